@@ -1,15 +1,209 @@
-// Not built yet: cylinder and cone fit. Every function here fails cleanly until its subsystem
-// lands.
-#include "metrofit.h"
+// Multi-start cylinder and cone fit. Every candidate is a full least-squares fit from one of
+// eighteen start axes, with the centre tied softly to the centroid and a size start measured
+// about that axis; the candidate with the smallest standard deviation wins.
+//
+// The caller's input is used as the working input of every candidate run, so it ends holding
+// the state of the last candidate fitted; callers may rely on that.
+#include "composite/cylinder_cone_fit.h"
+
+#include <cmath>
+#include <vector>
+
+#include "core/constants.h"
+#include "core/driver.h"
+#include "estimate/estimate_common.h"
+
+namespace metrofit {
+namespace {
+
+constexpr int kMinPoints = 5;
+// Constraint mode of a start value that the iteration may move.
+constexpr int kStartMode = 2;
+// Cylinder radii at or below this are degenerate and take no part in the choice.
+constexpr double kMinRadius = 1e-4;
+// A cylinder radius above this multiple of the smallest valid radius is a runaway candidate.
+constexpr double kRadiusSpread = 1000.0;
+// Scores closer than this count as a tie, settled by form error and nearness to the centroid.
+constexpr double kScoreTie = 1e-20;
+// A cone's radial spread must exceed this for its slope start to be measured.
+constexpr double kMinRadialSpread = 1e-6;
+
+KPt3<double> Centroid(const std::vector<KPt3<double>>& pts) {
+  KPt3<double> c;
+  for (const auto& p : pts) c += p;
+  return c * (1.0 / static_cast<double>(pts.size()));
+}
+
+struct Extent {
+  double rhoMax = -kSentinel, rhoMin = kSentinel;
+  double zMax = -kSentinel, zMin = kSentinel;
+};
+
+// Radial and axial extent of the points about the line through c along a.
+Extent ExtentAbout(const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
+                   const KPt3<double>& a) {
+  Extent e;
+  const KPt3<double> b = c + a;
+  const double a2 = a.Dot(a);
+  for (const auto& p : pts) {
+    const double t = LineParameter(c, b, p);
+    const double rho = (c + a * t - p).Length();
+    const double z = a2 > kTinyLength ? (p - c).Dot(a) / a2 : 0.0;
+    e.rhoMax = std::fmax(e.rhoMax, rho);
+    e.rhoMin = std::fmin(e.rhoMin, rho);
+    e.zMax = std::fmax(e.zMax, z);
+    e.zMin = std::fmin(e.zMin, z);
+  }
+  return e;
+}
+
+void SetSizeStart(int fitType, const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
+                  CFitInput& cand) {
+  const Extent e = ExtentAbout(pts, c, cand.m_axisParam.value);
+  if (fitType == FIT_CYLINDER) {
+    if (cand.m_size1Param.mode[0] != 1) {
+      cand.m_size1Param.value.x = e.rhoMax;
+      cand.m_size1Param.mode[0] = kStartMode;
+    }
+  } else if (std::fabs(e.rhoMax - e.rhoMin) > kMinRadialSpread) {
+    cand.m_size2Param.value.z = (e.zMax - e.zMin) / (e.rhoMax - e.rhoMin);
+    cand.m_size2Param.mode[2] = kStartMode;
+  }
+}
+
+struct Candidates {
+  std::vector<CFitInput> in;
+  std::vector<CFitResult> out;
+};
+
+Candidates MakeCandidates(int fitType, CFitInput& in, const CFitResult& out) {
+  Candidates c;
+  c.in.resize(kCandidateCount);
+  c.out.resize(kCandidateCount);
+  for (int k = 0; k < kCandidateCount; ++k) {
+    c.in[k] = in;
+    c.in[k].m_fitType = fitType;
+    for (int& m : c.in[k].m_axisParam.mode) m = kStartMode;
+    c.out[k] = out;
+    c.out[k].m_sigma = kSentinel;
+  }
+  return c;
+}
+
+void SetAxes(int fitType, CFitInput& in, const KPt3<double>& centroid, Candidates& c) {
+  const CandidateAxes axes = MakeCandidateAxes(in);
+  const auto skip = DuplicateStarts(axes.axis);
+  for (int k = 0; k < kCandidateCount; ++k) {
+    CFitInput& cand = c.in[k];
+    cand.m_axisParam.value = axes.axis[k];
+    if (fitType == FIT_CYLINDER) {
+      double a1 = 0.0, a2 = 0.0;
+      DirectionToAngles(axes.axis[k], &a1, &a2);
+      cand.m_angleParam.value = KPt3<double>(a1, a2, 0.0);
+    }
+    if (skip[k]) cand.m_fitType = kSkippedFitType;
+    SetSizeStart(fitType, in.m_points, centroid, cand);
+  }
+}
+
+void RunCandidates(int fitType, CFitInput& in, Candidates& c, CandidateTrace* trace) {
+  for (int k = 0; k < kCandidateCount; ++k) {
+    if (trace != nullptr) trace->skipped[k] = c.in[k].m_fitType == kSkippedFitType;
+    if (c.in[k].m_fitType == kSkippedFitType) continue;
+    in = c.in[k];
+    in.m_fitType = fitType;
+    if (fitType == FIT_CONE) RefineCone(in, c.out[k]);
+    if (c.out[k].m_valid == 0) RunLeastSquaresDriver(in, c.out[k]);
+    c.in[k] = in;
+    if (trace != nullptr) trace->fitted[k] = true;
+  }
+}
+
+double SmallestValidRadius(const std::vector<CFitResult>& out) {
+  double rmin = kSentinel;
+  for (const auto& r : out)
+    if (r.m_valid != 0 && r.m_size1.x > kMinRadius) rmin = std::fmin(rmin, r.m_size1.x);
+  return rmin;
+}
+
+// Smallest sigma wins; a tie within kScoreTie goes to the smaller form error, but only for the
+// candidate that is at that moment the nearest to the centroid. Falls back to the nearest
+// candidate, then to slot 2 (the start along z).
+int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<double>& c) {
+  const double rmin = SmallestValidRadius(out);
+  double bestScore = kSentinel, bestForm = kSentinel, nearestDist = kSentinel;
+  int nearest = -1, chosen = -1;
+  for (int k = 0; k < kCandidateCount; ++k) {
+    const CFitResult& r = out[k];
+    if (r.m_valid == 0) continue;
+    const double d = (c - r.m_center).Length();
+    if (d < nearestDist) {
+      nearestDist = d;
+      nearest = k;
+    }
+    if (fitType == FIT_CYLINDER &&
+        !(r.m_size1.x > kMinRadius && r.m_size1.x < rmin * kRadiusSpread))
+      continue;
+    if (r.m_sigma < bestScore - kScoreTie) {
+      bestScore = r.m_sigma;
+      bestForm = r.m_formError;
+      chosen = k;
+    } else if (r.m_sigma < bestScore + kScoreTie && r.m_formError < bestForm && k == nearest) {
+      bestForm = r.m_formError;
+      chosen = k;
+    }
+  }
+  if (chosen < 0) chosen = nearest;
+  return chosen < 0 ? 2 : chosen;
+}
+
+}  // namespace
+
+double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateTrace* trace) {
+  if (in.m_points.size() < static_cast<std::size_t>(kMinPoints)) return 0.0;
+  const KPt3<double> c = Centroid(in.m_points);
+  in.m_centerParam.value = c;
+  for (int& m : in.m_centerParam.mode) m = kStartMode;
+
+  Candidates cand = MakeCandidates(fitType, in, out);
+  SetAxes(fitType, in, c, cand);
+  RunCandidates(fitType, in, cand, trace);
+  const int chosen = ChooseCandidate(fitType, cand.out, c);
+  if (trace != nullptr) trace->chosen = chosen;
+  out = cand.out[chosen];
+  return out.m_formError;
+}
+
+}  // namespace metrofit
+
+namespace {
+
+template <class Fit>
+std::int32_t Guarded(CFitResult& out, Fit fit) {
+  try {
+    return fit();
+  } catch (...) {
+    out.m_valid = 0;
+    return 0;
+  }
+}
+
+}  // namespace
 
 std::int32_t KFitCylinder(CFitInput& in, CFitResult& out) {
-  in.m_fitType = FIT_CYLINDER;
-  out.m_valid = 0;
-  return 0;
+  return Guarded(out, [&] {
+    in.m_fitType = FIT_CYLINDER;
+    metrofit::FitCylinderOrCone(FIT_CYLINDER, in, out);
+    out.m_message.clear();
+    return static_cast<std::int32_t>(out.m_valid);
+  });
 }
 
 std::int32_t KFitCone(CFitInput& in, CFitResult& out) {
-  in.m_fitType = FIT_CONE;
-  out.m_valid = 0;
-  return 0;
+  return Guarded(out, [&] {
+    in.m_fitType = FIT_CONE;
+    metrofit::FitCylinderOrCone(FIT_CONE, in, out);
+    out.m_message.clear();
+    return static_cast<std::int32_t>(out.m_valid);
+  });
 }

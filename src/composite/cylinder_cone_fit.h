@@ -1,0 +1,30 @@
+// Multi-start least-squares cylinder and cone fit.
+#ifndef METROFIT_COMPOSITE_CYLINDER_CONE_FIT_H
+#define METROFIT_COMPOSITE_CYLINDER_CONE_FIT_H
+
+#include <array>
+#include <cstdint>
+
+#include "composite/candidate_axes.h"
+#include "metrofit.h"
+
+namespace metrofit {
+
+// What one call did with its candidates; observation only, it changes nothing.
+struct CandidateTrace {
+  std::array<bool, kCandidateCount> skipped{};
+  std::array<bool, kCandidateCount> fitted{};
+  int chosen = -1;
+};
+
+// Fits a cylinder (fitType 4) or cone (6) from the eighteen candidate axes and copies the
+// best candidate into `out`. Returns the chosen form error, or 0.0 for fewer than 5 points.
+double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out,
+                         CandidateTrace* trace = nullptr);
+
+// Refines one cone candidate on the Levenberg-Marquardt core; 0 on success.
+std::int32_t RefineCone(CFitInput& in, CFitResult& out);
+
+}  // namespace metrofit
+
+#endif  // METROFIT_COMPOSITE_CYLINDER_CONE_FIT_H

@@ -1,0 +1,44 @@
+// Multi-start torus fit and its meridian-section building block.
+#ifndef METROFIT_COMPOSITE_TORUS_FIT_H
+#define METROFIT_COMPOSITE_TORUS_FIT_H
+
+#include <cstdint>
+#include <vector>
+
+#include "metrofit.h"
+
+namespace metrofit {
+
+// Circle of the tube's cross-section found by turning all points into one half-plane.
+struct MeridianSection {
+  KPt3<double> centre;
+  KPt3<double> axis;
+  double radius = 0.0;
+};
+
+// In-plane direction of the meridian half-plane for an assumed axis u: (u x s) x u with the
+// seed s chosen by the largest component of u. Deliberately not normalised.
+KPt3<double> MeridianDirection(const KPt3<double>& u);
+
+// Turns every point about the axis (c, u) into the half-plane along MeridianDirection(u) and
+// fits a circle to the turned points.
+MeridianSection FitMeridianSection(const CFitInput& in, const KPt3<double>& c,
+                                   const KPt3<double>& u);
+
+// Start of one torus candidate.
+struct TorusStart {
+  KPt3<double> centre;
+  KPt3<double> axis;
+  double major = 0.0;
+  double minor = 0.0;
+};
+
+// The starts the torus fit builds from circle, sphere, cylinder and three-point fits, in the
+// order they are tried. Exposed so the construction can be observed.
+std::vector<TorusStart> BuildTorusStarts(const CFitInput& in);
+
+std::int32_t FitTorus(CFitInput& in, CFitResult& out);
+
+}  // namespace metrofit
+
+#endif  // METROFIT_COMPOSITE_TORUS_FIT_H
