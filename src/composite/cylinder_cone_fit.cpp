@@ -27,6 +27,8 @@ constexpr double kRadiusSpread = 1000.0;
 constexpr double kScoreTie = 1e-20;
 // A cone's radial spread must exceed this for its slope start to be measured.
 constexpr double kMinRadialSpread = 1e-6;
+// Candidate taken when no candidate is valid: the start along z.
+constexpr int kFallbackCandidate = 2;
 
 KPt3<double> Centroid(const std::vector<KPt3<double>>& pts) {
   KPt3<double> c;
@@ -57,6 +59,8 @@ Extent ExtentAbout(const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
   return e;
 }
 
+}  // namespace
+
 void SetSizeStart(int fitType, const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
                   CFitInput& cand) {
   const Extent e = ExtentAbout(pts, c, cand.m_axisParam.value);
@@ -70,6 +74,8 @@ void SetSizeStart(int fitType, const std::vector<KPt3<double>>& pts, const KPt3<
     cand.m_size2Param.mode[2] = kStartMode;
   }
 }
+
+namespace {
 
 struct Candidates {
   std::vector<CFitInput> in;
@@ -119,6 +125,8 @@ void RunCandidates(int fitType, CFitInput& in, Candidates& c, CandidateTrace* tr
   }
 }
 
+}  // namespace
+
 double SmallestValidRadius(const std::vector<CFitResult>& out) {
   double rmin = kSentinel;
   for (const auto& r : out)
@@ -154,10 +162,8 @@ int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<
     }
   }
   if (chosen < 0) chosen = nearest;
-  return chosen < 0 ? 2 : chosen;
+  return chosen < 0 ? kFallbackCandidate : chosen;
 }
-
-}  // namespace
 
 double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateTrace* trace) {
   if (in.m_points.size() < static_cast<std::size_t>(kMinPoints)) return 0.0;

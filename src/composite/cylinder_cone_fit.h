@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 #include "composite/candidate_axes.h"
 #include "metrofit.h"
@@ -21,6 +22,18 @@ struct CandidateTrace {
 // best candidate into `out`. Returns the chosen form error, or 0.0 for fewer than 5 points.
 double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out,
                          CandidateTrace* trace = nullptr);
+
+// Size start of one candidate about its axis through the centroid c: the largest radial
+// distance as the cylinder radius (unless the radius is fixed), or the axial over the radial
+// extent as the cone slope (only when the radial spread exceeds 1e-6).
+void SetSizeStart(int fitType, const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
+                  CFitInput& cand);
+
+// Smallest radius among the valid results with a radius above 1e-4 (1e38 if none).
+double SmallestValidRadius(const std::vector<CFitResult>& out);
+
+// Index of the winning candidate result (see the fit's selection rules).
+int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<double>& c);
 
 // Refines one cone candidate on the Levenberg-Marquardt core; 0 on success.
 std::int32_t RefineCone(CFitInput& in, CFitResult& out);

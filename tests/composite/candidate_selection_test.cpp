@@ -1,0 +1,132 @@
+// Building blocks of the multi-start cylinder and cone fit that need no iteration: start
+// axes, duplicate starts, size starts and the choice among candidate results.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "composite/candidate_axes.h"
+#include "composite/cylinder_cone_fit.h"
+#include "metrofit.h"
+
+namespace metrofit {
+namespace {
+
+CFitResult ValidResult(double sigma, double form, double radius, KPt3<double> centre) {
+  CFitResult r;
+  r.m_valid = 1;
+  r.m_sigma = sigma;
+  r.m_formError = form;
+  r.m_size1.x = radius;
+  r.m_center = centre;
+  return r;
+}
+
+std::vector<CFitResult> InvalidResults() {
+  return std::vector<CFitResult>(kCandidateCount);
+}
+
+TEST(CylinderConeFit, FourPointsReturnZeroAndLeaveResultUnchanged) {
+  CFitInput in;
+  in.m_points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+  CFitResult out;
+  out.m_valid = 7;
+  out.m_size1.x = 3.5;
+  out.m_message = "kept";
+  EXPECT_EQ(FitCylinderOrCone(FIT_CYLINDER, in, out), 0.0);
+  EXPECT_EQ(out.m_valid, 7);
+  EXPECT_EQ(out.m_size1.x, 3.5);
+  EXPECT_EQ(out.m_message, "kept");
+  EXPECT_EQ(in.m_centerParam.mode[0], 0);  // the input is not touched either
+}
+
+TEST(CandidateAxes, DuplicateOfEarlierStartIsMarkedEvenWhenTheEarlierIsSkipped) {
+  std::array<KPt3<double>, kCandidateCount> axes;
+  for (int k = 0; k < kCandidateCount; ++k)
+    axes[k] = KPt3<double>(std::cos(0.3 * k), std::sin(0.3 * k), 0.0);
+  axes[15] = KPt3<double>(0, 0, 1);
+  axes[2] = KPt3<double>(0, 0, 1);
+  axes[16] = KPt3<double>(0, 0.0, -1);  // antiparallel counts as the same axis
+  const auto skip = DuplicateStarts(axes);
+  EXPECT_FALSE(skip[2]);
+  EXPECT_TRUE(skip[15]);
+  EXPECT_TRUE(skip[16]);
+}
+
+TEST(CandidateAxes, FixedStartsAreUnitAndOffTheDiagonals) {
+  CFitInput in;
+  in.m_points = {{0, 0, 0}, {1, 0, 0}, {0, 2, 0}, {0, 0, 3}, {1, 1, 1}};
+  const CandidateAxes c = MakeCandidateAxes(in);
+  for (int k = 0; k < 12; ++k) EXPECT_NEAR(c.axis[k].Length(), 1.0, 1e-15) << k;
+  EXPECT_NEAR(c.axis[0].y, 0.01 / std::sqrt(1.0002), 1e-15);
+  EXPECT_NEAR(c.axis[3].z, 1.01 / std::sqrt(3.0201), 1e-15);
+  EXPECT_NEAR(c.axis[10].x, -1.01 / std::sqrt(3.0201), 1e-15);
+}
+
+TEST(CylinderConeFit, RunawayRadiusIsNeverChosenWhateverItsScore) {
+  auto out = InvalidResults();
+  out[0] = ValidResult(1e-3, 0.01, 10.0, {0, 0, 0});
+  out[1] = ValidResult(1e-9, 0.001, 10.0 * 1000.0 + 1.0, {0, 0, 0});  // above 1000 x rmin
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, {0, 0, 0}), 0);
+  // A cone result takes part whatever its size.
+  EXPECT_EQ(ChooseCandidate(FIT_CONE, out, {0, 0, 0}), 1);
+}
+
+TEST(CylinderConeFit, TiedScoresGoToSmallerFormOnlyWhenNearestSoFar) {
+  const KPt3<double> g(0, 0, 0);
+  auto out = InvalidResults();
+  out[0] = ValidResult(0.5, 0.2, 5.0, {1, 0, 0});
+  out[1] = ValidResult(0.5, 0.1, 5.0, {2, 0, 0});  // smaller form but farther: not taken
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g), 0);
+  out[1].m_center = {0.5, 0, 0};  // now the nearest so far: taken
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g), 1);
+  out[1].m_formError = 0.3;  // nearest, but a larger form: not taken
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g), 0);
+}
+
+TEST(CylinderConeFit, NoValidCandidateFallsBackToSlotTwo) {
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, InvalidResults(), {0, 0, 0}), 2);
+}
+
+TEST(CylinderConeFit, OnlyTinyRadiiFallBackToNearestCandidate) {
+  auto out = InvalidResults();
+  out[4] = ValidResult(0.1, 0.1, 1e-5, {3, 0, 0});
+  out[9] = ValidResult(0.1, 0.1, 1e-5, {1, 0, 0});
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, {0, 0, 0}), 9);
+}
+
+TEST(CylinderConeFit, ConeWithoutRadialSpreadKeepsPreviousSlopeStart) {
+  // Points on a circle about the z axis: in the frame of the z start every radial distance is
+  // the same, so the cone slope start is not measured.
+  std::vector<KPt3<double>> pts;
+  for (int i = 0; i < 8; ++i) pts.emplace_back(std::cos(i * 0.7), std::sin(i * 0.7), 0.1 * i);
+  CFitInput cand;
+  cand.m_axisParam.value = {0, 0, 1};
+  cand.m_size2Param.value.z = 4e-6;
+  cand.m_size2Param.mode[2] = 0;
+  SetSizeStart(FIT_CONE, pts, {0, 0, 0}, cand);
+  EXPECT_EQ(cand.m_size2Param.value.z, 4e-6);
+  EXPECT_EQ(cand.m_size2Param.mode[2], 0);
+  // Tilted frame: the spread is there and the slope start is axial over radial extent.
+  cand.m_axisParam.value = KPt3<double>(1, 0, 1) * (1.0 / std::sqrt(2.0));
+  SetSizeStart(FIT_CONE, pts, {0, 0, 0}, cand);
+  EXPECT_EQ(cand.m_size2Param.mode[2], 2);
+  EXPECT_GT(cand.m_size2Param.value.z, 0.0);
+}
+
+TEST(CylinderConeFit, CylinderRadiusStartIsLargestRadialDistanceUnlessFixed) {
+  std::vector<KPt3<double>> pts = {{3, 0, 0}, {0, 4, 1}, {-2, 0, 2}};
+  CFitInput cand;
+  cand.m_axisParam.value = {0, 0, 1};
+  SetSizeStart(FIT_CYLINDER, pts, {0, 0, 0}, cand);
+  EXPECT_DOUBLE_EQ(cand.m_size1Param.value.x, 4.0);
+  EXPECT_EQ(cand.m_size1Param.mode[0], 2);
+  cand.m_size1Param.value.x = 9.0;
+  cand.m_size1Param.mode[0] = 1;
+  SetSizeStart(FIT_CYLINDER, pts, {0, 0, 0}, cand);
+  EXPECT_EQ(cand.m_size1Param.value.x, 9.0);
+  EXPECT_EQ(cand.m_size1Param.mode[0], 1);
+}
+
+}  // namespace
+}  // namespace metrofit
