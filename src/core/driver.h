@@ -26,6 +26,38 @@ void AxisToStartAngles(CFitInput& in);
 // Runs one least-squares fit of in.m_fitType; success is out.m_valid.
 void RunLeastSquaresDriver(CFitInput& in, CFitResult& out);
 
+// --- Building blocks of the driver, exposed for tests -------------------------------------
+
+// Helper direction that completes a frame about the unit axis a: the largest |component| of a
+// decides (x -> (0, 1, 0), y -> (0, 0, 1), z -> (1, 0, 0)); on a tie the earlier one wins.
+KPt3<double> AuxiliaryDirection(const KPt3<double>& a);
+
+// Diagonal weight of a non-zero constraint mode: 1 holds the value, any other mode passes it
+// as a starting value.
+double ModeWeight(int mode);
+
+// Fills the zeroed weight matrix w (unknowns x unknowns) and value vector v (unknowns x 1)
+// from the constraint modes of the input: centre (not for the plane), angles (not for the
+// sphere), radius. Copies a non-zero axis mode into an angle mode that is 0.
+void WriteConstraints(CFitInput& in, const DriverLayout& layout, double** w, double** v);
+
+// The reported axis: row 2 of the rotation of the fitted angles, for every type but the
+// sphere, whose axis stays as seeded.
+void ApplyFinalAxis(int fitType, CFitResult& out);
+
+// Axis of a paraboloid estimated from three sphere fits (radius free, then held at r1 + 2s and
+// at r1 - 2s; r1, s radius and standard deviation of the free fit). The driver runs it for a
+// paraboloid with an axis constraint and does not use the values: the three fits still run,
+// and may fail, without changing what the paraboloid fit reports. Leaves m_fitType at 5.
+struct ParaboloidAxisEstimate {
+  KPt3<double> vertex;
+  KPt3<double> direction;
+  double halfRadius = 0.0;
+  double angle1 = 0.0;
+  double angle2 = 0.0;
+};
+ParaboloidAxisEstimate EstimateParaboloidAxis(CFitInput& in);
+
 }  // namespace metrofit
 
 #endif  // METROFIT_CORE_DRIVER_H

@@ -73,15 +73,25 @@ TEST(CylinderConeFit, RunawayRadiusIsNeverChosenWhateverItsScore) {
 }
 
 TEST(CylinderConeFit, TiedScoresGoToSmallerFormOnlyWhenNearestSoFar) {
+  // Exact fits score 0: a tie within 1e-20.
   const KPt3<double> g(0, 0, 0);
   auto out = InvalidResults();
-  out[0] = ValidResult(0.5, 0.2, 5.0, {1, 0, 0});
-  out[1] = ValidResult(0.5, 0.1, 5.0, {2, 0, 0});  // smaller form but farther: not taken
+  out[0] = ValidResult(0.0, 0.2, 5.0, {1, 0, 0});
+  out[1] = ValidResult(0.0, 0.1, 5.0, {2, 0, 0});  // smaller form but farther: not taken
   EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g), 0);
   out[1].m_center = {0.5, 0, 0};  // now the nearest so far: taken
   EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g), 1);
   out[1].m_formError = 0.3;  // nearest, but a larger form: not taken
   EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g), 0);
+}
+
+TEST(CylinderConeFit, EqualScoresOfOrdinarySizeAreNoTie) {
+  // 0.5 + 1e-20 rounds to 0.5, so equal non-tiny scores never pass the tie test: the earlier
+  // candidate stays even when the later one is nearer with a smaller form error.
+  auto out = InvalidResults();
+  out[0] = ValidResult(0.5, 0.2, 5.0, {1, 0, 0});
+  out[1] = ValidResult(0.5, 0.1, 5.0, {0.5, 0, 0});
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, {0, 0, 0}), 0);
 }
 
 TEST(CylinderConeFit, NoValidCandidateFallsBackToSlotTwo) {

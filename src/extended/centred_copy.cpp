@@ -1,0 +1,62 @@
+// Centred working copies of point arrays; see centred_copy.h.
+#include "extended/centred_copy.h"
+
+#include <cstddef>
+#include <utility>
+
+#include "extended/compensated.h"
+
+namespace metrofit::numeric {
+namespace {
+
+// Status of a copy that could not be made.
+constexpr std::int32_t kCopyFailed = 1;
+
+template <class Get>
+std::int32_t CopyAndCentre(std::int32_t n, Get get, double* record, bool computeCentroid,
+                           UniquePointSet& out) {
+  out.reset();
+  if (n < 0) return kCopyFailed;
+  UniquePointSet copy(CreatePointSet(n));
+  if (!copy) return kCopyFailed;
+  for (std::int32_t i = 0; i < n; ++i) {
+    double* p = copy->Point(i);
+    for (int k = 0; k < 3; ++k) p[k] = get(i, k);
+  }
+  if (computeCentroid && n > 0) {
+    for (int k = 0; k < 3; ++k) {
+      KahanSum sum;
+      for (std::int32_t i = 0; i < n; ++i) sum.Add(copy->Point(i)[k]);
+      record[k] = sum.Sum() / n;
+    }
+  }
+  const double c[3] = {record[0], record[1], record[2]};
+  for (std::int32_t i = 0; i < n; ++i) {
+    double* p = copy->Point(i);
+    for (int k = 0; k < 3; ++k) p[k] -= c[k];
+  }
+  out = std::move(copy);
+  return kStatusOk;
+}
+
+}  // namespace
+
+std::int32_t CentredCopy(std::int32_t n, const double* xyz, double* record, bool computeCentroid,
+                         UniquePointSet& out) {
+  return CopyAndCentre(
+      n, [xyz](std::int32_t i, int k) { return xyz[3 * static_cast<std::ptrdiff_t>(i) + k]; },
+      record, computeCentroid, out);
+}
+
+std::int32_t CentredCopy(std::int32_t n, const KPt3<double>* points, double* record,
+                         bool computeCentroid, UniquePointSet& out) {
+  return CopyAndCentre(
+      n,
+      [points](std::int32_t i, int k) {
+        const KPt3<double>& p = points[i];
+        return k == 0 ? p.x : (k == 1 ? p.y : p.z);
+      },
+      record, computeCentroid, out);
+}
+
+}  // namespace metrofit::numeric

@@ -1,0 +1,202 @@
+// Levenberg-Marquardt minimisers and the sum-of-squares helpers; see levenberg_marquardt.h.
+#include "extended/levenberg_marquardt.h"
+
+#include <cmath>
+#include <limits>
+
+#include "extended/cholesky.h"
+#include "extended/compensated.h"
+
+namespace metrofit::numeric {
+namespace {
+
+// Smallest normal double: where an underflowed damping restarts.
+constexpr double kSmallestNormalDamping = 2.2250738585072014e-308;
+// Fraction of the accuracy figure's quadratic sum: the figure is an rms over three
+// coordinates.
+constexpr double kAccuracyCoordinates = 3.0;
+
+enum class Variant { kStrict, kObjective };
+
+template <bool kInclusive>
+bool StepTest(const NVector& x, const NVector& xPrev, double tol) {
+  if (x.count < 1) return true;
+  if (x.count != xPrev.count) return false;
+  for (std::int32_t i = 0; i < x.count; ++i) {
+    const double step = std::fabs(x[i] - xPrev[i]);
+    bool ok;
+    if (tol >= 0.0) {
+      ok = kInclusive ? step <= tol : step < tol;
+    } else {
+      ok = step <= std::fabs(xPrev[i]) * -tol;
+    }
+    if (!ok) return false;
+  }
+  return true;
+}
+
+// A trial whose step is tested for convergence.
+bool TestsStep(Variant variant, double fPrev, double fNew) {
+  if (fPrev > fNew) return true;
+  return variant == Variant::kStrict ? fNew == fPrev : fNew < fPrev + kObjectiveTieMargin;
+}
+
+std::int32_t Minimise(Variant variant, void* context, ObjectiveFn objective, GradientFn gradient,
+                      std::int32_t maxIter, double tol, double* result, NVector* x,
+                      double* accuracy) {
+  if (x == nullptr || objective == nullptr || gradient == nullptr) return kStatusBadArguments;
+  const auto stepConverged = variant == Variant::kStrict ? StepTest<false> : StepTest<true>;
+
+  double lambda = kInitialDamping;
+  double f = objective(context, *x);
+  if (result != nullptr) *result = f;
+  const std::int32_t p = x->count;
+
+  const UniqueMatrix a0(CreateMatrix(p, p, kPackedSymmetric));
+  const UniqueMatrix a(CreateMatrix(p, p, kPackedSymmetric));
+  const UniqueVector step(CreateVector(p));
+  const UniqueVector g(CreateVector(p));
+  const UniqueVector xPrev(CreateVector(p));
+  if (!a0 || !a || !step || !g || !xPrev) return kStatusNoMemory;
+  const std::int64_t packed = ElementCount(kPackedSymmetric, p, p);
+
+  // fX is the objective at the current x, which after a rejected trial is the trial point.
+  double fX = f;
+  std::int32_t it = 1;
+  bool converged = false;
+  do {
+    if (maxIter != 0 && it >= maxIter) break;
+    lambda *= kDampingShrink;
+    const double fPrev = f;
+    gradient(context, *x, *g, *a0);
+    CopyVector(x, xPrev.get());
+    do {
+      if (maxIter != 0 && it >= maxIter) {
+        CopyVector(xPrev.get(), x);
+        fX = fPrev;
+        break;
+      }
+      for (std::int64_t k = 0; k < packed; ++k) a->data[k] = a0->data[k];
+      for (std::int32_t i = 0; i < p; ++i) (*a)(i, i) += ((*a)(i, i) + 1.0) * lambda;
+      for (std::int32_t i = 0; i < p; ++i) (*step)[i] = -(*g)[i];
+      if (CholeskyFactor(a.get()) != 0) {
+        CholeskySolve(a.get(), step.get());
+        AddVectors(xPrev.get(), step.get(), x);
+        const double fNew = objective(context, *x);
+        fX = fNew;
+        ++it;
+        if (TestsStep(variant, fPrev, fNew)) converged = stepConverged(*x, *xPrev, tol);
+        if (fPrev > fNew) {
+          f = fNew;
+          break;
+        }
+      }
+      lambda = GrowDamping(lambda);
+    } while (!converged);
+  } while (!converged);
+  if (result != nullptr) *result = fX;
+
+  if (accuracy != nullptr) {
+    for (std::int32_t i = 0; i < p; ++i) (*a0)(i, i) += ((*a0)(i, i) + 1.0) * lambda;
+    const double rc = ConditionEstimate(a0.get());
+    double e = 0.0;
+    if (rc != 0.0) {  // also a NaN estimate, which then falls back to tol
+      const double q = kMachineEpsilon / rc;
+      e = q > tol ? q : tol;
+    }
+    *accuracy = std::sqrt((p * tol * tol + e * e) / kAccuracyCoordinates);
+  }
+  return converged ? kStatusOk : kStatusLimit;
+}
+
+}  // namespace
+
+double GrowDamping(double lambda) {
+  lambda *= kDampingGrowth;
+  return lambda == 0.0 ? kSmallestNormalDamping : lambda;
+}
+
+bool StepConverged(const NVector& x, const NVector& xPrev, double tol) {
+  return StepTest<false>(x, xPrev, tol);
+}
+
+bool StepConvergedInclusive(const NVector& x, const NVector& xPrev, double tol) {
+  return StepTest<true>(x, xPrev, tol);
+}
+
+double SumOfSquares(const PointSet& points, const NVector& x, ResidualFn residual) {
+  if (points.count < 1) return 0.0;
+  if (points.count < 2) {
+    const double r = residual(points, 0, x);
+    return r * r;
+  }
+  KahanSum sum;
+  for (std::int32_t i = 0; i < points.count; ++i) {
+    const double r = residual(points, i, x);
+    sum.Add(r * r);
+  }
+  return sum.Sum();
+}
+
+void NormalEquations(const PointSet& points, const NVector& x, ResidualRowFn row, NVector& gradient,
+                     NMatrix& normal) {
+  const std::int32_t p = x.count;
+  const std::int64_t packed = ElementCount(kPackedSymmetric, p, p);
+  const bool shapesMatch = gradient.count == p && normal.kind == kPackedSymmetric &&
+                           normal.rows == p && normal.cols == p;
+  // Work block: sums and corrections of the m + p accumulated elements (packed matrix first,
+  // then the gradient), a third section of the same size whose first p doubles hold the current
+  // Jacobian row, and the residual of the current point.
+  const std::int64_t elements = packed + p;
+  UniqueDoubles block;
+  if (shapesMatch && p > 0) block = AllocateDoubles(static_cast<std::size_t>(elements * 3 + 1));
+  if (!block) {
+    for (std::int32_t i = 0; i < gradient.count; ++i) gradient[i] = 0.0;
+    const std::int64_t n = ElementCount(normal.kind, normal.rows, normal.cols);
+    for (std::int64_t k = 0; k < n; ++k) normal.data[k] = 0.0;
+    return;
+  }
+  double* sum = block.get();
+  double* corr = sum + elements;
+  double* rowData = corr + elements;
+  double& r = rowData[elements];
+  NVector rowView = VectorView(rowData, p);
+
+  for (std::int32_t i = 0; i < points.count; ++i) {
+    row(points, i, x, rowView, r);
+    // Each element's own Kahan step: y = term - corr, t = sum + y, corr = (t - sum) - y.
+    std::int64_t k = 0;
+    for (std::int32_t u = 0; u < p; ++u) {
+      for (std::int32_t v = 0; v <= u; ++v, ++k) {
+        const double y = rowData[u] * rowData[v] - corr[k];
+        const double t = sum[k] + y;
+        corr[k] = (t - sum[k]) - y;
+        sum[k] = t;
+      }
+    }
+    for (std::int32_t u = 0; u < p; ++u, ++k) {
+      const double y = r * rowData[u] - corr[k];
+      const double t = sum[k] + y;
+      corr[k] = (t - sum[k]) - y;
+      sum[k] = t;
+    }
+  }
+  for (std::int64_t k = 0; k < packed; ++k) normal.data[k] = sum[k];
+  for (std::int32_t u = 0; u < p; ++u) gradient[u] = sum[packed + u];
+}
+
+std::int32_t MinimiseLM(void* context, ObjectiveFn objective, GradientFn gradient,
+                        std::int32_t maxIter, double tol, double* result, NVector* x,
+                        double* accuracy) {
+  return Minimise(Variant::kStrict, context, objective, gradient, maxIter, tol, result, x,
+                  accuracy);
+}
+
+std::int32_t MinimiseLMObjective(void* context, ObjectiveFn objective, GradientFn gradient,
+                                 std::int32_t maxIter, double tol, double* result, NVector* x,
+                                 double* accuracy) {
+  return Minimise(Variant::kObjective, context, objective, gradient, maxIter, tol, result, x,
+                  accuracy);
+}
+
+}  // namespace metrofit::numeric

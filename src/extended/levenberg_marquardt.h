@@ -1,0 +1,87 @@
+// Levenberg-Marquardt minimisation of a sum of squares with Marquardt diagonal scaling plus a
+// Levenberg term.
+//
+// For an objective f(x) = sum_i r_i(x)^2 with gradient g = J^T r and normal matrix A = J^T J
+// (no factor 2 on either: the step equation is the same), each trial solves
+//   (A + lambda (diag(A) + I)) step = -g
+// by Cholesky and tries x_prev + step. A decrease is accepted and shrinks lambda by 0.4 for the
+// next gradient; a rejected trial grows lambda tenfold and tries again from x_prev. The
+// diag(A) term makes the step scale-invariant per parameter, the I term keeps the damped
+// matrix positive definite where A is singular (a parameter the data do not determine).
+//
+// Callbacks take a context (the caller's data, usually a PointSet) and the parameter vector:
+//   objective  f(context, x)
+//   gradient   g(context, x, gradient out, normal matrix out (packed symmetric p x p));
+//              it may also bring x into a canonical form in place (a sign, a normalisation).
+// The residual-level helpers SumOfSquares and NormalEquations build both from per-point
+// callbacks over a PointSet, whose count is the number of residuals:
+//   residual      r(points, i, x)
+//   residual row  (points, i, x, row out (p elements of J_i), residual out)
+//
+// Statuses: 0 converged, 1 iteration limit, 2 bad arguments (absent x or callback), 3 out of
+// memory. Work vectors are made once per call.
+#ifndef METROFIT_EXTENDED_LEVENBERG_MARQUARDT_H
+#define METROFIT_EXTENDED_LEVENBERG_MARQUARDT_H
+
+#include <cstdint>
+
+#include "extended/nvector.h"
+
+namespace metrofit::numeric {
+
+using ObjectiveFn = double (*)(void* context, const NVector& x);
+using GradientFn = void (*)(void* context, NVector& x, NVector& gradient, NMatrix& normal);
+using ResidualFn = double (*)(const PointSet& points, std::int32_t i, const NVector& x);
+using ResidualRowFn = void (*)(const PointSet& points, std::int32_t i, const NVector& x,
+                               NVector& row, double& residual);
+
+// Damping at the start of a minimisation; shrunk by kDampingShrink before the first trial.
+constexpr double kInitialDamping = 1e-5;
+// Damping factor applied after every accepted step (before the next gradient).
+constexpr double kDampingShrink = 0.4;
+// Damping factor applied after every rejected trial or failed factorisation.
+constexpr double kDampingGrowth = 10.0;
+// Near-tie margin of MinimiseLMObjective: a trial at most this much above the previous value
+// still has its step tested for convergence.
+constexpr double kObjectiveTieMargin = 1e-8;
+
+// Damping after a rejected trial: lambda x 10, and the smallest normal double when that is
+// exactly 0 (lambda underflowed through repeated shrinking), so the damping can grow again.
+double GrowDamping(double lambda);
+
+// Step test of MinimiseLM. tol >= 0: every |x_i - xPrev_i| < tol (equal fails). tol < 0:
+// every |x_i - xPrev_i| <= |xPrev_i| (-tol). True when x has no elements; false when the
+// counts differ.
+bool StepConverged(const NVector& x, const NVector& xPrev, double tol);
+// Step test of MinimiseLMObjective: as StepConverged, but tol >= 0 passes with
+// |x_i - xPrev_i| <= tol (equal passes).
+bool StepConvergedInclusive(const NVector& x, const NVector& xPrev, double tol);
+
+// Compensated sum of r_i^2 over the points; just r_0^2 for a single point and 0 without points.
+double SumOfSquares(const PointSet& points, const NVector& x, ResidualFn residual);
+
+// gradient = J^T r and normal = J^T J (packed lower triangle, p = x.count) over all points,
+// every element summed with its own compensation term in one zero-filled work block. When the
+// block cannot be allocated, or the shapes do not match, both outputs are set to zero.
+void NormalEquations(const PointSet& points, const NVector& x, ResidualRowFn row, NVector& gradient,
+                     NMatrix& normal);
+
+// Minimises from x (overwritten by the solution). maxIter counts objective evaluations of
+// trials plus one; 0 means no limit. tol is the step tolerance (absolute when >= 0, relative
+// when < 0). *result (may be null) receives the objective value at the returned x; *accuracy
+// (may be null) sqrt((p tol^2 + e^2) / 3) with e = max(eps / rcond, tol) from the reciprocal
+// condition of the finally damped normal matrix (e = 0 when rcond is 0).
+std::int32_t MinimiseLM(void* context, ObjectiveFn objective, GradientFn gradient,
+                        std::int32_t maxIter, double tol, double* result, NVector* x,
+                        double* accuracy);
+
+// The same scheme with two deliberate differences: the step of a trial that lies less than
+// kObjectiveTieMargin above the previous value is tested too (not only exact ties), and the
+// absolute step test accepts an element equal to tol (StepConvergedInclusive).
+std::int32_t MinimiseLMObjective(void* context, ObjectiveFn objective, GradientFn gradient,
+                                 std::int32_t maxIter, double tol, double* result, NVector* x,
+                                 double* accuracy);
+
+}  // namespace metrofit::numeric
+
+#endif  // METROFIT_EXTENDED_LEVENBERG_MARQUARDT_H

@@ -1,0 +1,161 @@
+#include "app.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tools_test_util.h"
+
+namespace {
+
+using metrofit::cli::kExitFitFailed;
+using metrofit::cli::kExitInput;
+using metrofit::cli::kExitInternal;
+using metrofit::cli::kExitOk;
+using metrofit::cli::kExitUsage;
+using metrofit::cli::MeanPoint;
+using metrofit_tools_test::JsonSyntax;
+using metrofit_tools_test::TempFile;
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Outcome RunTool(const std::vector<std::string>& args, const std::string& stdin_text = "") {
+  std::istringstream in(stdin_text);
+  std::ostringstream out, err;
+  const int status = metrofit::cli::Run(args, in, out, err);
+  return {status, out.str(), err.str()};
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+TEST(CliRun, HelpGoesToStandardOutput) {
+  const Outcome o = RunTool({"--help"});
+  EXPECT_EQ(o.status, kExitOk);
+  EXPECT_EQ(o.out.rfind("Usage: metrofit fit SHAPE FILE", 0), 0u);
+  EXPECT_EQ(o.err, "");
+}
+
+TEST(CliRun, UsageErrorsExitWithTwoAndPointToHelp) {
+  const Outcome none = RunTool({});
+  EXPECT_EQ(none.status, kExitUsage);
+  EXPECT_EQ(none.out, "");
+  EXPECT_EQ(none.err, "metrofit: missing command\nTry 'metrofit --help'.\n");
+  const Outcome shape = RunTool({"fit", "hexagon", "-"}, "0 0 0\n");
+  EXPECT_EQ(shape.status, kExitUsage);
+  EXPECT_TRUE(Contains(shape.err, "unknown shape 'hexagon'")) << shape.err;
+}
+
+TEST(CliRun, InputErrorsExitWithThree) {
+  const Outcome missing = RunTool({"fit", "sphere", "/nonexistent/metrofit/p.txt"});
+  EXPECT_EQ(missing.status, kExitInput);
+  EXPECT_EQ(missing.out, "");
+  EXPECT_TRUE(Contains(missing.err, "metrofit: cannot open '/nonexistent/metrofit/p.txt'"));
+
+  const TempFile file("1 2 3\n4 5 6\n7 8\n");
+  const Outcome bad = RunTool({"fit", "sphere", file.path()});
+  EXPECT_EQ(bad.status, kExitInput);
+  EXPECT_EQ(bad.err, "metrofit: " + file.path() + ":3: expected 3 coordinates (x y z), found 2\n");
+
+  const Outcome nan = RunTool({"fit", "line", "-"}, "1 2 3\n1 2 nan\n");
+  EXPECT_EQ(nan.status, kExitInput);
+  EXPECT_EQ(nan.err, "metrofit: <stdin>:2: non-finite coordinate 'nan'\n");
+}
+
+TEST(CliRun, DistanceOfTwoPoints) {
+  const TempFile file("# two touches\n0 0 0\n3,4,0\n");
+  const Outcome o = RunTool({"fit", "distance", file.path()});
+  EXPECT_EQ(o.status, kExitOk);
+  EXPECT_EQ(o.out,
+            "shape     distance\n"
+            "function  KFitDistance\n"
+            "points    2\n"
+            "valid     1\n"
+            "distance  5.000000\n");
+  EXPECT_EQ(o.err, "");
+}
+
+TEST(CliRun, DistanceAsJson) {
+  const Outcome o = RunTool({"fit", "distance", "-", "--json"}, "0 0 0\n3 4 0\n");
+  EXPECT_EQ(o.status, kExitOk);
+  EXPECT_TRUE(JsonSyntax::Valid(o.out)) << o.out;
+  EXPECT_TRUE(Contains(o.out, "\"distance\": 5\n")) << o.out;
+  EXPECT_TRUE(Contains(o.out, "\"valid\": 1,")) << o.out;
+}
+
+TEST(CliRun, AFailedFitIsPrintedAndExitsWithOne) {
+  const Outcome o = RunTool({"fit", "distance", "-"}, "0 0 0\n3 4 0\n6 8 0\n");
+  EXPECT_EQ(o.status, kExitFitFailed);
+  EXPECT_TRUE(Contains(o.out, "valid     0\n")) << o.out;
+  EXPECT_TRUE(Contains(o.out, "message   2 Points are needed for this measurement.\n")) << o.out;
+}
+
+TEST(CliRun, PointIsTheMeanOfThePointsByDefault) {
+  const Outcome o = RunTool({"fit", "point", "-"}, "1 2 3\n3 4 5\n");
+  EXPECT_EQ(o.status, kExitOk);
+  EXPECT_TRUE(Contains(o.out, "\npoint     2.000000  3.000000  4.000000\n")) << o.out;
+}
+
+TEST(CliRun, PointIsTheGivenReferencePoint) {
+  const Outcome o =
+      RunTool({"fit", "point", "-", "--ref-point", "10,-20,30.5", "--json"}, "1 2 3\n");
+  EXPECT_EQ(o.status, kExitOk);
+  EXPECT_TRUE(JsonSyntax::Valid(o.out)) << o.out;
+  EXPECT_TRUE(Contains(o.out, "\"centre\": [10, -20, 30.5],")) << o.out;
+}
+
+TEST(CliRun, ProbeRadiusOnAShapeThatIgnoresItIsNoted) {
+  const Outcome noted =
+      RunTool({"fit", "distance", "-", "--probe-radius", "1.5"}, "0 0 0\n1 0 0\n");
+  EXPECT_EQ(noted.status, kExitOk);
+  EXPECT_TRUE(Contains(noted.err, "the distance fit does not compensate the probe radius"))
+      << noted.err;
+  const Outcome zero = RunTool({"fit", "distance", "-", "--probe-radius", "0"}, "0 0 0\n1 0 0\n");
+  EXPECT_EQ(zero.err, "");
+  // Whatever the torus fit makes of two points, it is not told that it ignores the radius.
+  const Outcome torus = RunTool({"fit", "torus", "-", "--probe-radius", "1.5"}, "0 0 0\n1 0 0\n");
+  EXPECT_TRUE(torus.status == kExitOk || torus.status == kExitFitFailed) << torus.status;
+  EXPECT_FALSE(Contains(torus.err, "note")) << torus.err;
+}
+
+TEST(CliRun, SphereThroughTheTool) {
+  // Eight points of the sphere with centre (100, 200, 300) and radius 5.
+  const Outcome o = RunTool({"fit", "sphere", "-", "--json"},
+                            "105 200 300\n95 200 300\n100 205 300\n100 195 300\n"
+                            "100 200 305\n100 200 295\n103 204 300\n100 203 304\n");
+  EXPECT_TRUE(JsonSyntax::Valid(o.out)) << o.out;
+  EXPECT_TRUE(Contains(o.out, "\"points\": 8,")) << o.out;
+  if (o.status == kExitOk) {
+    // Numbers are printed exactly, so compare after reading them back.
+    const std::size_t at = o.out.find("\"radius\": ");
+    ASSERT_NE(at, std::string::npos) << o.out;
+    EXPECT_NEAR(std::strtod(o.out.c_str() + at + 10, nullptr), 5.0, 1e-9) << o.out;
+  } else {
+    EXPECT_EQ(o.status, kExitFitFailed);
+    EXPECT_TRUE(Contains(o.out, "\"valid\": 0,")) << o.out;
+  }
+}
+
+TEST(CliRun, AnUnwritableOutputIsAnInternalError) {
+  std::istringstream in("0 0 0\n3 4 0\n");
+  std::ostringstream out, err;
+  out.setstate(std::ios::badbit);
+  EXPECT_EQ(metrofit::cli::Run({"fit", "distance", "-"}, in, out, err), kExitInternal);
+  EXPECT_EQ(err.str(), "metrofit: cannot write the result\n");
+}
+
+TEST(CliRun, MeanPoint) {
+  EXPECT_EQ(MeanPoint({}), KPt3<double>(0, 0, 0));
+  EXPECT_EQ(MeanPoint({KPt3<double>(1, 2, 3)}), KPt3<double>(1, 2, 3));
+  EXPECT_EQ(MeanPoint({KPt3<double>(0, 0, 0), KPt3<double>(2, -4, 6)}), KPt3<double>(1, -2, 3));
+}
+
+}  // namespace

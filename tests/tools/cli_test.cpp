@@ -1,0 +1,145 @@
+#include "cli.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "shapes.h"
+
+namespace {
+
+using metrofit::cli::AllShapes;
+using metrofit::cli::HelpText;
+using metrofit::cli::Options;
+using metrofit::cli::ParseArguments;
+using metrofit::cli::ParseNumber;
+using metrofit::cli::ParsePoint;
+using metrofit::cli::UsageError;
+using Args = std::vector<std::string>;
+
+// The message of the UsageError that parsing `args` throws; empty when nothing is thrown.
+std::string UsageMessage(const Args& args) {
+  try {
+    ParseArguments(args);
+  } catch (const UsageError& e) {
+    return e.what();
+  }
+  return std::string();
+}
+
+TEST(CliArguments, FitWithShapeAndFile) {
+  const Options o = ParseArguments({"fit", "sphere", "probe.txt"});
+  EXPECT_FALSE(o.help);
+  EXPECT_EQ(o.shape, "sphere");
+  EXPECT_EQ(o.file, "probe.txt");
+  EXPECT_FALSE(o.json);
+  EXPECT_FALSE(o.has_probe_radius);
+  EXPECT_EQ(o.probe_radius, 0.0);
+  EXPECT_FALSE(o.has_ref_point);
+}
+
+TEST(CliArguments, OptionsMayStandAnywhereAfterFit) {
+  const Options o = ParseArguments(
+      {"fit", "--json", "torus", "--probe-radius", "2.5", "p.txt", "--ref-point", "1, -2.5 ,3e1"});
+  EXPECT_EQ(o.shape, "torus");
+  EXPECT_EQ(o.file, "p.txt");
+  EXPECT_TRUE(o.json);
+  EXPECT_TRUE(o.has_probe_radius);
+  EXPECT_EQ(o.probe_radius, 2.5);
+  EXPECT_TRUE(o.has_ref_point);
+  EXPECT_EQ(o.ref_point, KPt3<double>(1, -2.5, 30));
+}
+
+TEST(CliArguments, ValuesMayFollowAnEqualsSign) {
+  const Options o =
+      ParseArguments({"fit", "paraboloid", "p.txt", "--probe-radius=0.5", "--ref-point=4,5,6"});
+  EXPECT_EQ(o.probe_radius, 0.5);
+  EXPECT_EQ(o.ref_point, KPt3<double>(4, 5, 6));
+}
+
+TEST(CliArguments, DashIsAFileAndDoubleDashEndsOptions) {
+  EXPECT_EQ(ParseArguments({"fit", "line", "-"}).file, "-");
+  EXPECT_EQ(ParseArguments({"fit", "line", "--", "--odd-name.txt"}).file, "--odd-name.txt");
+}
+
+TEST(CliArguments, HelpInEveryPlace) {
+  for (const Args& args : {Args{"--help"}, Args{"-h"}, Args{"help"}, Args{"fit", "--help"},
+                           Args{"fit", "sphere", "-h"}, Args{"fit", "nonsense", "--help"}}) {
+    EXPECT_TRUE(ParseArguments(args).help) << args.back();
+  }
+}
+
+TEST(CliArguments, MissingOrUnknownWords) {
+  EXPECT_EQ(UsageMessage({}), "missing command");
+  EXPECT_EQ(UsageMessage({"solve", "sphere", "p.txt"}), "unknown command 'solve'");
+  EXPECT_EQ(UsageMessage({"fit"}), "missing SHAPE and FILE");
+  EXPECT_EQ(UsageMessage({"fit", "sphere"}), "missing FILE");
+  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "b.txt"}), "unexpected argument 'b.txt'");
+  EXPECT_EQ(UsageMessage({"fit", "Sphere", "a.txt"})
+                .rfind("unknown shape 'Sphere' (known: point, "
+                       "distance, line, plane, circle, ",
+                       0),
+            0u);
+}
+
+TEST(CliArguments, BadOptions) {
+  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "--fast"}), "unknown option '--fast'");
+  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "-x"}), "unknown option '-x'");
+  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "--json=yes"}), "option --json takes no value");
+  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "--probe-radius"}),
+            "option --probe-radius needs a value");
+  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "--ref-point"}),
+            "option --ref-point needs a value");
+}
+
+TEST(CliArguments, ProbeRadiusMustBeAFiniteNonNegativeNumber) {
+  for (const char* bad : {"abc", "", "-1", "nan", "inf", "1e999", "2mm"}) {
+    EXPECT_EQ(UsageMessage({"fit", "torus", "a.txt", "--probe-radius", bad}),
+              std::string("--probe-radius needs a finite number >= 0, not '") + bad + "'");
+  }
+  EXPECT_EQ(ParseArguments({"fit", "torus", "a.txt", "--probe-radius", "0"}).probe_radius, 0.0);
+}
+
+TEST(CliArguments, RefPointMustBeThreeFiniteNumbers) {
+  for (const char* bad : {"1,2", "1,2,3,4", "1,,3", "a,b,c", "1,2,inf", "1 2 3", ""}) {
+    EXPECT_EQ(UsageMessage({"fit", "point", "a.txt", "--ref-point", bad}),
+              std::string("--ref-point needs three finite numbers X,Y,Z, not '") + bad + "'");
+  }
+}
+
+TEST(CliArguments, ParseNumberTakesWholeFiniteNumbersOnly) {
+  double v = -7.0;
+  EXPECT_TRUE(ParseNumber("1.5", &v));
+  EXPECT_EQ(v, 1.5);
+  EXPECT_TRUE(ParseNumber("-2e-3", &v));
+  EXPECT_EQ(v, -2e-3);
+  for (const char* bad : {"", " 1", "1 ", "1.5mm", "nan", "-inf", "1e400", "--1"}) {
+    v = -7.0;
+    EXPECT_FALSE(ParseNumber(bad, &v)) << bad;
+    EXPECT_EQ(v, -7.0) << "changed by " << bad;
+  }
+}
+
+TEST(CliArguments, ParsePointLeavesTheTargetAloneOnFailure) {
+  KPt3<double> p(9, 9, 9);
+  EXPECT_TRUE(ParsePoint("1,2,3", &p));
+  EXPECT_EQ(p, KPt3<double>(1, 2, 3));
+  EXPECT_FALSE(ParsePoint("4,5", &p));
+  EXPECT_EQ(p, KPt3<double>(1, 2, 3));
+}
+
+TEST(CliArguments, HelpDocumentsShapesOptionsAndExitStatus) {
+  const std::string help = HelpText();
+  for (const auto& shape : AllShapes()) {
+    EXPECT_NE(help.find(std::string("  ") + shape.name + " "), std::string::npos) << shape.name;
+    EXPECT_NE(help.find(shape.function), std::string::npos) << shape.function;
+  }
+  for (const char* text :
+       {"--json", "--probe-radius R", "--ref-point X,Y,Z", "--help", "0  the fit succeeded",
+        "1  the fit failed", "2  usage error", "3  FILE cannot be read", "4  internal error"}) {
+    EXPECT_NE(help.find(text), std::string::npos) << text;
+  }
+}
+
+}  // namespace
