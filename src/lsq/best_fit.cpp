@@ -412,8 +412,11 @@ void CFitInput::BestFit(CFitResult& result, double** constraints, double** param
   mCopyMatrix(k.x0, params, n, 1);
   RunEstimator(*this, result, constraints, k.x0);
   // The only place m_axis is written: the estimate's axis. The driver derives the final one.
-  ConvertAnglesToMatrix(result.m_angles.x, result.m_angles.y, result.m_angles.z, k.R);
-  result.m_axis = Pt(k.R[2][0], k.R[2][1], k.R[2][2]);
+  // A sphere has no orientation: its axis stays as the caller seeded it.
+  if (m_fitType != FIT_SPHERE) {
+    ConvertAnglesToMatrix(result.m_angles.x, result.m_angles.y, result.m_angles.z, k.R);
+    result.m_axis = Pt(k.R[2][0], k.R[2][1], k.R[2][2]);
+  }
   const std::uint64_t r = Redundancy(points, lay.offset, n, constraints, params);
   mCopyMatrix(k.x, k.x0, n, 1);
 

@@ -165,7 +165,9 @@ void Cylinder(const Local& l, const CFitResult& r, double** B, double** A, doubl
 void Paraboloid(const Local& l, const CFitResult& r, double** B, double** A, double** w) {
   const double f = r.m_size2.x;
   const double twoF = 2.0 * f;
-  const Pt b = l.nr * (l.rho / twoF) - l.u;
+  // n_r rho taken as q1 e1 + q2 e2: the surface is smooth on its axis, and the vertex start is
+  // a measured point, so a point at rho = 0 is the normal case, not a degenerate one.
+  const Pt b = (l.e1 * l.q1 + l.e2 * l.q2) * (1.0 / twoF) - l.u;
   SetRow3(B[0], b);
   SetCentreColumns(A[0], b);
   A[0][3] = l.rhoRhoA / twoF + l.q2 * l.cb;
@@ -190,7 +192,8 @@ void Ellipse(const Local& l, const CFitResult& r, double** B, double** A, double
   const double sb = r.m_size3.y;  // semi-axis across u
   const double sa2 = sa * sa, sb2 = sb * sb;
   const double s = std::sqrt(l.h * l.h / sa2 + l.rho * l.rho / sb2);
-  const Pt b = (l.u * (l.h / sa2) + l.nr * (l.rho / sb2)) * (1.0 / s);
+  // n_r rho taken as q1 e1 + q2 e2: the spheroid is smooth where it crosses its axis.
+  const Pt b = (l.u * (l.h / sa2) + (l.e1 * l.q1 + l.e2 * l.q2) * (1.0 / sb2)) * (1.0 / s);
   SetRow3(B[0], b);
   SetCentreColumns(A[0], b);
   A[0][3] = (l.h * l.dhda / sa2 + l.rhoRhoA / sb2) / s;

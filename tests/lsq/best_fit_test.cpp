@@ -625,18 +625,34 @@ TEST(BestFit, ResidualVectorsAndStatistics) {
 
 // m_axis is written once, from the angles the estimator left; the sphere keeps all three
 // angles as they were.
-TEST(BestFit, AxisIsWrittenOnceFromTheStartAngles) {
+TEST(BestFit, SphereKeepsTheSeededAxisAndAngles) {
   Fit f(FIT_SPHERE);
   f.in.m_points = NoisySphere(20, 510);
   f.res.m_angles = Pt(0.3, 0.2, 0.1);
+  f.res.m_axis = Pt(1.0, 2.0, 3.0);
   Rng rng(511);
   f.Start(StartNear(FIT_SPHERE, TruthOf(FIT_SPHERE), rng));
   f.Run();
   ASSERT_EQ(f.res.m_valid, 1);
-  double m[9];
-  ConvertAnglesToMatrix(0.3, 0.2, 0.1, m);
-  EXPECT_EQ(f.res.m_axis, Pt(m[6], m[7], m[8]));
+  EXPECT_EQ(f.res.m_axis, Pt(1.0, 2.0, 3.0));
   EXPECT_EQ(f.res.m_angles, Pt(0.3, 0.2, 0.1));
+}
+
+TEST(BestFit, AxisIsWrittenOnceFromTheStartAngles) {
+  Fit f(FIT_CIRCLE);
+  Rng rng(513);
+  f.in.m_points = SurfacePoints(FIT_CIRCLE, TruthOf(FIT_CIRCLE), 40, rng);
+  f.Start(StartNear(FIT_CIRCLE, TruthOf(FIT_CIRCLE), rng));
+  // The estimator stores its start angles in the result whatever the constraints say.
+  CFitResult est;
+  Matrix x0(f.n, 1);
+  f.in.EstimateCircle(est, f.C.get(), x0.get());
+  double m[9];
+  ConvertAnglesToMatrix(est.m_angles.x, est.m_angles.y, 0.0, m);
+  f.Run();
+  ASSERT_EQ(f.res.m_valid, 1);
+  EXPECT_EQ(f.res.m_axis, Pt(m[6], m[7], m[8]));
+  EXPECT_NE(f.res.m_angles.x, est.m_angles.x);  // the angles moved on; the axis did not
 }
 
 TEST(BestFit, ThirdAngleIsZeroedForOrientedShapes) {

@@ -252,6 +252,23 @@ TEST(FitEndToEnd, ExactPointsGiveTheFeatureBackAtMachineScale) {
 // Noisy points: the generating parameters are the orthogonal-distance least-squares solution.
 // ---------------------------------------------------------------------------------------------
 
+// A measuring program fits a short arc from the drawing's nominal circle: on a 60 degree arc
+// the automatic start, a circle through three furthest points, can take two neighbouring
+// points (see ShortArcCircleFromAutomaticStartCanDiverge). The nominal here is off the
+// generating circle by about 1 % of the radius in position and size and 2 degrees in axis.
+void GiveNominalCircle(const ShapeTruth& t, CFitInput* in) {
+  const double r = t.radius;
+  in->m_centerParam.value = t.centre + Pt(0.006, -0.004, 0.005) * r;
+  Pt side = t.axis.Cross(Pt(1, 0, 0));
+  if (side.Length() < 0.1) side = t.axis.Cross(Pt(0, 1, 0));
+  side.Normalize();
+  in->m_axisParam.value = t.axis + side * std::tan(2.0 * kPi / 180.0);
+  in->m_size1Param.value.x = r * 1.01;
+  for (int k = 0; k < 3; ++k) in->m_centerParam.mode[k] = 2;
+  in->m_axisParam.mode[0] = in->m_axisParam.mode[1] = 2;
+  in->m_size1Param.mode[0] = 2;
+}
+
 void RunNoisyCases(double centreOffset, double scale, const std::vector<double>& noises,
                    const char* label) {
   for (Shape shape : kShapes) {
@@ -269,10 +286,12 @@ void RunNoisyCases(double centreOffset, double scale, const std::vector<double>&
             GenerateKnownSolution(shape, Options(shape, centreOffset, scale, noise, seed));
         CFitInput in;
         Prepare(shape, s.points, &in);
+        if (shape == Shape::kCircle) GiveNominalCircle(s.truth, &in);
         CFitResult out;
         const std::int32_t ret = Fit(shape, in, out);
-        ASSERT_EQ(ret, 1);
-        ASSERT_EQ(out.m_valid, 1);
+        EXPECT_EQ(ret, 1);
+        EXPECT_EQ(out.m_valid, 1);
+        if (ret != 1 || out.m_valid != 1) continue;  // the remaining cases still run
         EXPECT_GT(out.m_iterations, 0);
         const Errors e = ErrorsOf(s, out);
         ExpectWithin(e, ToleranceFor(s));
@@ -289,10 +308,76 @@ TEST(FitEndToEnd, NoisyPointsGiveTheLeastSquaresSolutionAtMachineScale) {
   RunNoisyCases(500.0, 25.0, {1.0, 2.0, 10.0}, "noisy at 500 mm");
 }
 
+// Known limitation of the automatic circle start on short arcs: the third of the three
+// furthest points maximises its summed squared distance to the first two, which on a 60 degree
+// arc can land beside one of them. The three-point circle is then far off (radius 12 instead of
+// 25) and the undamped iteration diverges; from a nominal circle the same data fit.
+TEST(FitEndToEnd, ShortArcCircleFromAutomaticStartCanDiverge) {
+  const KnownSolution s =
+      GenerateKnownSolution(Shape::kCircle, Options(Shape::kCircle, 500.0, 25.0, 10.0, 107));
+  CFitInput in;
+  Prepare(Shape::kCircle, s.points, &in);
+  KPt3<double> three[3];
+  in.GetFurthest3Points(three);
+  EXPECT_LT(std::min((three[2] - three[0]).Length(), (three[2] - three[1]).Length()), 0.1);
+  CFitResult automatic;
+  EXPECT_EQ(KFitCircle(in, automatic), 0);
+
+  CFitInput nominal;
+  Prepare(Shape::kCircle, s.points, &nominal);
+  GiveNominalCircle(s.truth, &nominal);
+  CFitResult out;
+  ASSERT_EQ(KFitCircle(nominal, out), 1);
+  ExpectWithin(ErrorsOf(s, out), ToleranceFor(s));
+}
+
 TEST(FitEndToEnd, NoisyPointsGiveTheLeastSquaresSolutionAtUnitScale) {
   // Noise of 2 % of the size: here an algebraic or otherwise non-orthogonal objective would
   // miss the solution by far more than the convergence bound.
   RunNoisyCases(0.7, 1.0, {20.0}, "noisy at unit scale");
+}
+
+// Started again from its own result (all parameters given as starting values, mode 2), the
+// engine moves towards the generating parameters until they agree to the exact-data floor:
+// they are the fixed point of its iteration, and the distance left by a single fit is the
+// stopping rule's. Unit scale with 2 % noise, where Gauss-Newton converges slowly on the short
+// arc (about a factor 5 per fit). The line is not restarted: its axis starting values land on
+// other parameters by design, and a single fit already agrees to 1e-9.
+TEST(FitEndToEnd, RestartedFitsConvergeToTheGeneratingParameters) {
+  constexpr int kMaxRestarts = 30;
+  for (Shape shape : {Shape::kPlane, Shape::kCircle, Shape::kSphere}) {
+    for (std::uint64_t seed = 101; seed <= 103; ++seed) {
+      SCOPED_TRACE(std::string(ShapeName(shape)) + ", seed " + std::to_string(seed));
+      const KnownSolution s = GenerateKnownSolution(shape, Options(shape, 0.7, 1.0, 20.0, seed));
+      CFitInput first;
+      Prepare(shape, s.points, &first);
+      CFitResult out;
+      ASSERT_EQ(Fit(shape, first, out), 1);
+      Errors e = ErrorsOf(s, out);
+      for (int round = 0; round < kMaxRestarts; ++round) {
+        if (std::max({e.position, e.angle, e.radius}) <= kLengthFloor) break;
+        CFitInput in;
+        Prepare(shape, s.points, &in);
+        if (shape != Shape::kPlane) {
+          in.m_centerParam.value = out.m_center;
+          in.m_centerParam.mode[0] = in.m_centerParam.mode[1] = in.m_centerParam.mode[2] = 2;
+          in.m_size1Param.value.x = out.m_size1.x;
+          in.m_size1Param.mode[0] = 2;
+        }
+        if (shape != Shape::kSphere) {
+          in.m_axisParam.value = out.m_axis;
+          in.m_axisParam.mode[0] = in.m_axisParam.mode[1] = 2;
+        }
+        CFitResult next;
+        ASSERT_EQ(Fit(shape, in, next), 1) << "restart " << round;
+        out = next;
+        e = ErrorsOf(s, out);
+      }
+      EXPECT_LE(e.position, kLengthFloor);
+      EXPECT_LE(e.angle, kAngleFloor);
+      EXPECT_LE(e.radius, kLengthFloor);
+    }
+  }
 }
 
 TEST(FitEndToEnd, FormErrorsMatchTheSignedDistances) {
@@ -381,25 +466,34 @@ TEST(FitEndToEnd, FixedCentreCoordinateStaysWithinTheEngineResolution) {
 }
 
 TEST(FitEndToEnd, CentreZFixedAtFiveKeepsTheFittedCentreAtFive) {
-  // A sphere whose free fit has its centre at z = 5.3; with z fixed at 5 the fit moves x, y
-  // and the radius but keeps z.
-  GeneratorOptions o = Options(Shape::kSphere, 0.0, 10.0, 2.0, 43);
-  o.arcSpan = 2.0 * kPi;
-  const KnownSolution s = GenerateKnownSolution(Shape::kSphere, o);
-  const Pt shift = Pt(1.0, -2.0, 5.3) - s.truth.centre;
-  std::vector<Pt> pts = s.points;
-  for (Pt& p : pts) p += shift;
+  // A 120 degree sphere cap whose least-squares solution with the centre's z held at 5 is known
+  // (the deviations are balanced against x, y and the radius only), moved so that its centre is
+  // (1, -2, 5). The free fit puts z elsewhere; with z fixed at 5 the fit keeps z and finds the
+  // constrained solution for x, y and the radius.
+  GeneratorOptions o = Options(Shape::kSphere, 0.0, 10.0, 20.0, 43);
+  o.arcSpan = 2.0 * kPi / 3.0;
+  o.heldParameters = {kCentreZIndex};
+  KnownSolution s = GenerateKnownSolution(Shape::kSphere, o);
+  const Pt shift = Pt(1.0, -2.0, 5.0) - s.truth.centre;
+  s.truth.centre += shift;
+  for (Pt& p : s.points) p += shift;
+  for (Pt& p : s.surfacePoints) p += shift;
+
+  CFitInput free;
+  free.m_points = s.points;
+  CFitResult freeOut;
+  ASSERT_EQ(KFitSphere(free, freeOut), 1);
+  EXPECT_GT(std::fabs(freeOut.m_center.z - 5.0), 1e-4) << "the data do not test the constraint";
+
   CFitInput in;
-  in.m_points = pts;
+  in.m_points = s.points;
   in.m_centerParam.value = Pt(0.0, 0.0, 5.0);
   in.m_centerParam.mode[2] = 1;
   CFitResult out;
   ASSERT_EQ(KFitSphere(in, out), 1);
   ASSERT_EQ(out.m_valid, 1);
   METROFIT_EXPECT_CLOSE(out.m_center.z, 5.0, 0.0, kLengthFloor);
-  // The other coordinates are still fitted (the free fit has them at (1, -2)).
-  METROFIT_EXPECT_CLOSE(out.m_center.x, 1.0, 0.0, 1e-3);
-  METROFIT_EXPECT_CLOSE(out.m_center.y, -2.0, 0.0, 1e-3);
+  ExpectWithin(ErrorsOf(s, out), ToleranceFor(s, {kCentreZIndex}));
 }
 
 TEST(FitEndToEnd, StartingValuesAreNotHeldFixed) {

@@ -232,6 +232,25 @@ TEST(KnownSolution, GradientCheckDetectsAnUnbalancedDeviation) {
   }
 }
 
+TEST(KnownSolution, HeldParametersKeepTheirGradient) {
+  // Holding the centre's z of a sphere cap: the gradient vanishes in x, y and the radius but
+  // not in z, so the generating parameters are the solution with z held, not the free one.
+  GeneratorOptions o;
+  o.radius = 10.0;
+  o.arcSpan = 2.0;
+  o.axisTilt = 0.5;
+  o.noiseMicrometres = 20.0;
+  o.seed = 3;
+  o.heldParameters = {2};
+  const KnownSolution s = GenerateKnownSolution(Shape::kSphere, o);
+  const Gradient g = NaturalGradient(s.truth, s.points);
+  ASSERT_EQ(g.value.size(), 4u);
+  for (std::size_t k : {0u, 1u, 3u}) {
+    EXPECT_LE(std::fabs(g.value[k]), kVanishingFraction * g.magnitude[k]) << "parameter " << k;
+  }
+  EXPECT_GT(std::fabs(g.value[2]), 100.0 * kVanishingFraction * g.magnitude[2]);
+}
+
 TEST(KnownSolution, DeviationsAreNonZeroAndHaveTheRequestedSize) {
   for (const Case& c : Cases(30.0, 5.0)) {
     SCOPED_TRACE(metrofit::testing::ShapeName(c.shape));

@@ -419,6 +419,7 @@ KnownSolution GenerateKnownSolution(Shape shape, const GeneratorOptions& o) {
   const int m = ResidualCount(shape);
   Require(o.pointCount * m > k, "fewer residual components than parameters");
   Require(o.noiseMicrometres >= 0.0, "negative noise");
+  for (int held : o.heldParameters) Require(held >= 0 && held < k, "held parameter index");
   Require(o.arcSpan > 0.0 && o.arcSpan <= kTwoPi, "arc span outside (0, 2 pi]");
   Require(o.length > 0.0, "non-positive length");
   if (shape != Shape::kLine && shape != Shape::kPlane) Require(o.radius > 0.0, "radius <= 0");
@@ -523,7 +524,16 @@ KnownSolution GenerateKnownSolution(Shape shape, const GeneratorOptions& o) {
     const double drawn = Norm(delta);
     ShapeTruth local = s.truth;
     local.centre = Pt();
-    const DenseMatrix j = ResidualJacobian(local, feet);
+    const DenseMatrix full = ResidualJacobian(local, feet);
+    std::vector<int> columns;
+    for (int c = 0; c < full.cols; ++c) {
+      const auto& held = o.heldParameters;
+      if (std::find(held.begin(), held.end(), c) == held.end()) columns.push_back(c);
+    }
+    DenseMatrix j(full.rows, static_cast<int>(columns.size()));
+    for (int r = 0; r < full.rows; ++r) {
+      for (int q = 0; q < j.cols; ++q) j(r, q) = full(r, columns[static_cast<std::size_t>(q)]);
+    }
     ProjectOut(ColumnBasis(j), &delta);
     const double kept = Norm(delta);
     Require(kept > 0.0, "the projection removed every deviation");

@@ -96,6 +96,10 @@ struct GeneratorOptions {
   // Line length; plane square side; cylinder and cone band height along the axis.
   double length = 20.0;
   std::uint64_t seed = 1;
+  // Indices of the minimal parametrisation whose Jacobian columns are not projected out: the
+  // generating parameters are then the least-squares solution with these parameters held at
+  // their generating values (and in general not the free solution).
+  std::vector<int> heldParameters;
 };
 
 struct KnownSolution {

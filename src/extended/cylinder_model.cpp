@@ -1,0 +1,105 @@
+// Cylinder model and two-run minimiser; see cylinder_model.h.
+#include "extended/cylinder_model.h"
+
+#include <cmath>
+
+#include "extended/compensated.h"
+#include "extended/extended_status.h"
+#include "extended/levenberg_marquardt.h"
+
+namespace metrofit::numeric {
+namespace {
+
+void Cross(const double* u, const double* v, double* w) {
+  w[0] = u[1] * v[2] - u[2] * v[1];
+  w[1] = u[2] * v[0] - u[0] * v[2];
+  w[2] = u[0] * v[1] - u[1] * v[0];
+}
+
+}  // namespace
+
+void NormaliseCylinderParameters(NVector& x) {
+  const double len = Hypot3(x[3], x[4], x[5]);
+  for (int k = 3; k < 6; ++k) x[k] /= len;
+  const double t = x[3] * x[0] + x[4] * x[1] + x[5] * x[2];
+  for (int k = 0; k < 3; ++k) x[k] -= x[3 + k] * t;
+  x[6] = std::fabs(x[6]);
+}
+
+double CylinderResidual(const PointSet& points, std::int32_t i, const NVector& x) {
+  const double* p = points.Point(i);
+  const double d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
+  const double a[3] = {x[3], x[4], x[5]};
+  double w[3];
+  Cross(d, a, w);
+  return Hypot3(w[0], w[1], w[2]) / Hypot3(a[0], a[1], a[2]) - x[6];
+}
+
+void CylinderResidualRow(const PointSet& points, std::int32_t i, const NVector& x, NVector& row,
+                         double& residual) {
+  const double* p = points.Point(i);
+  const double d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
+  const double a[3] = {x[3], x[4], x[5]};
+  double w[3];
+  Cross(d, a, w);
+  const double len = Hypot3(w[0], w[1], w[2]);
+  residual = len - x[6];
+  row[6] = -1.0;
+  if (len == 0.0) {
+    for (int k = 0; k < 6; ++k) row[k] = 0.0;
+    return;
+  }
+  const double t = d[0] * a[0] + d[1] * a[1] + d[2] * a[2];
+  for (int k = 0; k < 3; ++k) {
+    const double q = (d[k] - t * a[k]) / len;
+    row[k] = -q;
+    row[3 + k] = -t * q;
+  }
+}
+
+double CylinderObjective(void* context, const NVector& x) {
+  return SumOfSquares(*static_cast<const PointSet*>(context), x, CylinderResidual);
+}
+
+void CylinderGradient(void* context, NVector& x, NVector& gradient, NMatrix& normal) {
+  NormaliseCylinderParameters(x);
+  NormalEquations(*static_cast<const PointSet*>(context), x, CylinderResidualRow, gradient,
+                  normal);
+}
+
+std::int32_t MinimiseCylinder(PointSet* points, NVector* x, std::int32_t maxIter, double tol) {
+  NormaliseCylinderParameters(*x);
+  double objective = 0.0;
+  double accuracy = 0.0;
+  std::int32_t status = MinimiseLM(points, CylinderObjective, CylinderGradient, maxIter, tol,
+                                   &objective, x, &accuracy);
+  if (status >= kStatusBadArguments) return status;
+
+  // A second run from the first solution polishes it; if it does not settle, the first
+  // solution stands and counts as converged.
+  double first[kCylinderParams];
+  for (std::int32_t k = 0; k < kCylinderParams; ++k) first[k] = (*x)[k];
+  status = MinimiseLM(points, CylinderObjective, CylinderGradient, maxIter, tol, &objective, x,
+                      &accuracy);
+  if (status != kStatusOk) {
+    for (std::int32_t k = 0; k < kCylinderParams; ++k) (*x)[k] = first[k];
+    status = kStatusOk;
+  }
+  NormaliseCylinderParameters(*x);
+  return status;
+}
+
+double CylinderDeviations(const PointSet& points, const NVector& x, double* deviations) {
+  const double a[3] = {x[3], x[4], x[5]};
+  for (std::int32_t i = 0; i < points.count; ++i) {
+    const double* p = points.Point(i);
+    const double d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
+    double w[3];
+    Cross(d, a, w);
+    const double e = std::sqrt(w[0] * w[0] + w[1] * w[1] + w[2] * w[2]);
+    deviations[i] = e - x[6];
+  }
+  return SpreadFromZero(deviations, points.count);
+}
+
+}  // namespace metrofit::numeric
