@@ -31,6 +31,8 @@ constexpr double kMinSlopeStart = 1e-5;
 constexpr double kMinHalfAngle = 1e-8;
 // The slope 1 / tan(x7) is reported only for tangents above this.
 constexpr double kMinTangent = 1e-5;
+// Largest number of whole turns that the canonical form removes one at a time (see there).
+constexpr double kMaxTurnsByLoop = 1e6;
 
 struct Deviation {
   double min = kSentinel, max = -kSentinel;
@@ -122,8 +124,15 @@ void CanonicalCone(NVector& x) {
     x[6] = -x[6];
     for (int k = 3; k < 6; ++k) x[k] = -x[k];
   }
-  while (x[7] < 0.0) x[7] += 2.0 * pi;
-  while (x[7] > 2.0 * pi) x[7] -= 2.0 * pi;
+  // An infinite angle is left as it is (its objective is NaN, which the minimiser never
+  // accepts). A finite one beyond kMaxTurnsByLoop turns is first reduced by the exact
+  // remainder: one turn at a time would take too long, and from about 1e16 on subtracting 2 pi
+  // no longer changes x7 at all, so the loops below would never end.
+  if (std::isfinite(x[7])) {
+    if (std::fabs(x[7]) > kMaxTurnsByLoop * 2.0 * pi) x[7] = std::fmod(x[7], 2.0 * pi);
+    while (x[7] < 0.0) x[7] += 2.0 * pi;
+    while (x[7] > 2.0 * pi) x[7] -= 2.0 * pi;
+  }
   if (x[7] > pi) {
     for (int k = 3; k < 6; ++k) x[k] = -x[k];
     x[7] -= pi;

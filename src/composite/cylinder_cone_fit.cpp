@@ -92,6 +92,11 @@ Candidates MakeCandidates(int fitType, CFitInput& in, const CFitResult& out) {
     for (int& m : c.in[k].m_axisParam.mode) m = kStartMode;
     c.out[k] = out;
     c.out[k].m_sigma = kSentinel;
+    // A candidate is valid only once its own fit succeeded. The caller's result may still be
+    // valid from an earlier fit; left in the copies, that would stop every cylinder candidate
+    // from being fitted (the driver runs where m_valid is 0) and let the skipped candidates'
+    // stale radius and centre take part in the choice.
+    c.out[k].m_valid = 0;
   }
   return c;
 }

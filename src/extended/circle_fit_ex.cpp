@@ -97,8 +97,7 @@ double CircleFormValue(const numeric::PointSet& points, const double* centre, do
   double hi = kFormMaxStart;
   for (std::int32_t i = 0; i < points.count; ++i) {
     const double* p = points.Point(i);
-    const double d =
-        numeric::Hypot3(p[0] - centre[0], p[1] - centre[1], p[2] - centre[2]) - radius;
+    const double d = numeric::Hypot3(p[0] - centre[0], p[1] - centre[1], p[2] - centre[2]) - radius;
     deviations[i] = d;
     if (d < lo) lo = d;
     if (d > hi) hi = d;
@@ -201,8 +200,8 @@ std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {
 
     if (n > 2) {
       RunLeastSquaresDriver(in, out);
-      double record[kCircleRecordSize] = {0.0, 0.0, 0.0, out.m_axis.x, out.m_axis.y,
-                                          out.m_axis.z, 0.0, 0.0};
+      double record[kCircleRecordSize] = {0.0,          0.0,          0.0, out.m_axis.x,
+                                          out.m_axis.y, out.m_axis.z, 0.0, 0.0};
       std::int32_t status = kCircleResourceFailure;
       if (n <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 3)) {
         // 3 n doubles of which the fit uses the first n: scratch, nothing of it is reported.

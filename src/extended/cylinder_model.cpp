@@ -63,8 +63,7 @@ double CylinderObjective(void* context, const NVector& x) {
 
 void CylinderGradient(void* context, NVector& x, NVector& gradient, NMatrix& normal) {
   NormaliseCylinderParameters(x);
-  NormalEquations(*static_cast<const PointSet*>(context), x, CylinderResidualRow, gradient,
-                  normal);
+  NormalEquations(*static_cast<const PointSet*>(context), x, CylinderResidualRow, gradient, normal);
 }
 
 std::int32_t MinimiseCylinder(PointSet* points, NVector* x, std::int32_t maxIter, double tol) {

@@ -170,11 +170,18 @@ class ThreadList {
 
 thread_local ThreadList t_list;
 
-// Takes the record out of both lists, removes its file (unless the exit handler already did) and
-// releases it.
+// True when r's file is this process's to remove: not removed yet by the exit handler, and not
+// inherited through fork() (a child sees copies of its parent's records in the forking thread's
+// list and in the registry; the files stay the parent's).
+bool OwnsFile(const TempPointFile* r) {
+  return r->path[0] != '\0' && r->owner == CurrentProcess();
+}
+
+// Takes the record out of the registry (the caller has unlinked it from the thread list),
+// removes its file when it is ours and releases it.
 void Retire(TempPointFile* r) {
   Unregister(r);
-  if (r->path[0] != '\0') std::remove(r->path);
+  if (OwnsFile(r)) std::remove(r->path);
   ReleaseBlock(r);
 }
 
@@ -226,12 +233,14 @@ std::FILE* CreateRegisteredFile(TempPointFile* r) {
 void EncodeLittleEndian(double v, unsigned char* out) {
   std::uint64_t bits = 0;
   std::memcpy(&bits, &v, sizeof bits);
-  for (std::size_t k = 0; k < kDoubleBytes; ++k) out[k] = static_cast<unsigned char>(bits >> (8 * k));
+  for (std::size_t k = 0; k < kDoubleBytes; ++k)
+    out[k] = static_cast<unsigned char>(bits >> (8 * k));
 }
 
 double DecodeLittleEndian(const unsigned char* in) {
   std::uint64_t bits = 0;
-  for (std::size_t k = 0; k < kDoubleBytes; ++k) bits |= static_cast<std::uint64_t>(in[k]) << (8 * k);
+  for (std::size_t k = 0; k < kDoubleBytes; ++k)
+    bits |= static_cast<std::uint64_t>(in[k]) << (8 * k);
   double v = 0.0;
   std::memcpy(&v, &bits, sizeof v);
   return v;
@@ -243,7 +252,8 @@ std::size_t WriteDoubles(std::FILE* f, const double* x, std::size_t n) {
   std::size_t done = 0;
   while (done < n) {
     const std::size_t chunk = n - done < kChunkDoubles ? n - done : kChunkDoubles;
-    for (std::size_t i = 0; i < chunk; ++i) EncodeLittleEndian(x[done + i], buffer + i * kDoubleBytes);
+    for (std::size_t i = 0; i < chunk; ++i)
+      EncodeLittleEndian(x[done + i], buffer + i * kDoubleBytes);
     const std::size_t written = std::fwrite(buffer, kDoubleBytes, chunk, f);
     done += written;
     if (written != chunk) break;
@@ -258,7 +268,8 @@ std::size_t ReadDoubles(std::FILE* f, double* x, std::size_t n) {
   while (done < n) {
     const std::size_t chunk = n - done < kChunkDoubles ? n - done : kChunkDoubles;
     const std::size_t got = std::fread(buffer, kDoubleBytes, chunk, f);
-    for (std::size_t i = 0; i < got; ++i) x[done + i] = DecodeLittleEndian(buffer + i * kDoubleBytes);
+    for (std::size_t i = 0; i < got; ++i)
+      x[done + i] = DecodeLittleEndian(buffer + i * kDoubleBytes);
     done += got;
     if (got != chunk) break;
   }
@@ -307,13 +318,12 @@ std::int32_t RestorePoints(TempPointFile* record, PointSet* points) {
     if (got == n) {
       status = 0;
     } else if (got > 0) {
-      status = got < static_cast<std::size_t>(kMaxReportedCount)
-                   ? static_cast<std::int32_t>(got)
-                   : kMaxReportedCount;
+      status = got < static_cast<std::size_t>(kMaxReportedCount) ? static_cast<std::int32_t>(got)
+                                                                 : kMaxReportedCount;
     }
   }
   if (f != nullptr) std::fclose(f);
-  if (record->path[0] != '\0') std::remove(record->path);
+  if (OwnsFile(record)) std::remove(record->path);
   ReleaseBlock(record);
   return status;
 }

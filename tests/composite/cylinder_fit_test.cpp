@@ -1,0 +1,405 @@
+// Multi-start cylinder fit end to end: which candidates run, what the caller's records hold
+// afterwards, and how well KFitCylinder recovers cylinders whose least-squares solution is known.
+//
+// Reference point. The cylinder iteration keeps its axis point at the foot of the perpendicular
+// from the input's m_refPoint onto the current axis, so the axis is linearised about that
+// point. With m_refPoint at the origin and the part 500 mm away the lever arm makes every
+// candidate's basin of convergence a few hundredths of a radian wide, narrower than the spacing
+// of the starts, and most fits fail (DISABLED_ test at the end). The recovery tests therefore
+// put m_refPoint at the centroid of the points, as a caller does for a part far from the origin.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "composite/candidate_axes.h"
+#include "composite/composite_test_util.h"
+#include "composite/cylinder_cone_fit.h"
+#include "metrofit.h"
+#include "support/geometry_compare.h"
+#include "support/known_solution.h"
+
+namespace metrofit {
+namespace {
+
+using composite_test::Centroid;
+using testing::AxisAngle;
+using testing::DistancePointToLine;
+using testing::GeneratorOptions;
+using testing::KnownSolution;
+using testing::Pt;
+using testing::Shape;
+using testing::ShapeTruth;
+
+constexpr double kPi = 3.14159265358979323846;
+// The engine stops once the variance factor changed by less than this, relative, between two
+// iterations, and reports the parameters from before the last step.
+constexpr double kEngineRelativeChange = 1e-6;
+// Rounding floor of the comparisons (coordinates of about 500 mm).
+constexpr double kLengthFloor = 1e-9;  // mm
+constexpr double kAngleFloor = 1e-11;  // rad
+
+// Points on a cylinder about the z axis through the origin, many turns along a long band.
+std::vector<Pt> LongZCylinder() {
+  std::vector<Pt> pts;
+  for (int i = 0; i < 60; ++i) {
+    const double t = 0.61 * i;
+    pts.emplace_back(5.0 * std::cos(t), 5.0 * std::sin(t), -100.0 + 200.0 * i / 59.0);
+  }
+  return pts;
+}
+
+// The caller's input as the fit has it after setting the soft centroid start.
+CFitInput AfterCentroidStart(const std::vector<Pt>& pts) {
+  CFitInput in;
+  in.m_points = pts;
+  in.m_centerParam.value = Centroid(pts);
+  for (int& m : in.m_centerParam.mode) m = 2;
+  return in;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Candidates
+// ---------------------------------------------------------------------------------------------
+
+TEST(CylinderFit, StartSkippedAsDuplicateIsNeverFitted) {
+  // A long cylinder along z: the line fit (slot 15) gives an axis along z, which duplicates
+  // the fixed start of slot 2 and is skipped.
+  const std::vector<Pt> pts = LongZCylinder();
+  CFitInput probe = AfterCentroidStart(pts);
+  const CandidateAxes axes = MakeCandidateAxes(probe);
+  ASSERT_GT(std::fabs(axes.axis[15].Dot(Pt(0.0, 0.0, 1.0))), kDuplicateAxisCos);
+  const auto expectedSkip = DuplicateStarts(axes.axis);
+  ASSERT_TRUE(expectedSkip[15]);
+
+  CFitInput in;
+  in.m_points = pts;
+  CFitResult out;
+  CandidateTrace trace;
+  FitCylinderOrCone(FIT_CYLINDER, in, out, &trace);
+  EXPECT_TRUE(trace.skipped[15]);
+  EXPECT_FALSE(trace.fitted[15]);
+  for (int k = 0; k < kCandidateCount; ++k) {
+    EXPECT_EQ(trace.skipped[k], expectedSkip[k]) << k;
+    EXPECT_NE(trace.fitted[k], trace.skipped[k]) << k;
+  }
+  EXPECT_EQ(out.m_valid, 1);
+  EXPECT_NEAR(out.m_size1.x, 5.0, 1e-9);
+}
+
+TEST(CylinderFit, FixedStartsSixToElevenAlwaysDuplicateThreeToFive) {
+  // Slots 3..5 and 6..11 differ only in which component carries the 1.01, so their |cos| is
+  // 3.02 / 3.0201 > 0.999 and the later ones are always skipped: twelve starts at most run.
+  CFitInput in = AfterCentroidStart(LongZCylinder());
+  const CandidateAxes axes = MakeCandidateAxes(in);
+  EXPECT_NEAR(std::fabs(axes.axis[3].Dot(axes.axis[6])), 3.02 / 3.0201, 1e-15);
+  const auto skip = DuplicateStarts(axes.axis);
+  for (int k = 6; k <= 11; ++k) EXPECT_TRUE(skip[k]) << k;
+  for (int k = 0; k <= 5; ++k) EXPECT_FALSE(skip[k]) << k;
+}
+
+TEST(CylinderFit, CallerInputEndsWithTheLastFittedCandidate) {
+  GeneratorOptions o;
+  o.pointCount = 40;
+  o.noiseMicrometres = 2.0;
+  o.axisTilt = 0.8;
+  o.radius = 8.0;
+  o.seed = 21;
+  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCylinder, o);
+  const Pt c = Centroid(s.points);
+  const Pt ref(1.0, -2.0, 3.0);
+  CFitInput probe = AfterCentroidStart(s.points);
+  probe.m_refPoint = ref;  // the line-fit start (slot 15) is held through it
+  const CandidateAxes axes = MakeCandidateAxes(probe);
+
+  CFitInput in;
+  in.m_points = s.points;
+  in.m_refPoint = ref;
+  CFitResult out;
+  CandidateTrace trace;
+  FitCylinderOrCone(FIT_CYLINDER, in, out, &trace);
+  int last = -1;
+  for (int k = 0; k < kCandidateCount; ++k)
+    if (trace.fitted[k]) last = k;
+  ASSERT_GE(last, 0);
+
+  EXPECT_EQ(in.m_fitType, FIT_CYLINDER);
+  EXPECT_EQ(in.m_centerParam.value, c);
+  for (int m : in.m_centerParam.mode) EXPECT_EQ(m, 2);
+  EXPECT_EQ(in.m_axisParam.value, axes.axis[last]);
+  for (int m : in.m_axisParam.mode) EXPECT_EQ(m, 2);
+  // Its radius start: the largest distance of a point from the start axis through c.
+  double rho = 0.0;
+  for (const Pt& p : s.points) rho = std::fmax(rho, DistancePointToLine(p, c, axes.axis[last]));
+  EXPECT_NEAR(in.m_size1Param.value.x, rho, 1e-12 * rho);
+  EXPECT_EQ(in.m_size1Param.mode[0], 2);
+  // What assignment does not copy is the caller's own.
+  EXPECT_EQ(in.m_points.size(), s.points.size());
+  EXPECT_EQ(in.m_refPoint, ref);
+}
+
+TEST(CylinderFit, ReusedResultOfAnEarlierFitIsRefitted) {
+  // Regression: the candidates are copies of the caller's result, and a cylinder candidate was
+  // fitted only when its m_valid was 0; a result still valid from an earlier fit came back
+  // unchanged with m_valid 1.
+  GeneratorOptions o;
+  o.pointCount = 50;
+  o.noiseMicrometres = 2.0;
+  o.axisTilt = 0.7;
+  o.radius = 10.0;
+  o.seed = 3;
+  const KnownSolution first = testing::GenerateKnownSolution(Shape::kCylinder, o);
+  o.radius = 25.0;
+  o.seed = 9;
+  const KnownSolution second = testing::GenerateKnownSolution(Shape::kCylinder, o);
+
+  CFitResult out;
+  CFitInput in1;
+  in1.m_points = first.points;
+  ASSERT_EQ(KFitCylinder(in1, out), 1);
+  EXPECT_NEAR(out.m_size1.x, 10.0, 1e-6);
+  CFitInput in2;
+  in2.m_points = second.points;
+  ASSERT_EQ(KFitCylinder(in2, out), 1);
+  EXPECT_NEAR(out.m_size1.x, 25.0, 1e-6);
+  EXPECT_LT(AxisAngle(out.m_axis, second.truth.axis), 1e-6);
+}
+
+TEST(CylinderFit, ReusedResultDoesNotLeakIntoTheChoiceThroughSkippedCandidates) {
+  // Regression: skipped candidates (slots 6 to 11 always) kept the copy of the caller's result
+  // with its m_valid 1, so an earlier fit's small radius entered the smallest valid radius and
+  // every new candidate above 1000 times it was dropped as a runaway; the choice then fell to
+  // the candidate nearest to the centroid, which could be one of those stale copies.
+  std::vector<Pt> tiny, large;
+  for (int i = 0; i < 40; ++i) {
+    const double t = 0.37 * i;
+    tiny.emplace_back(0.02 * std::cos(t), 0.02 * std::sin(t), 0.01 * i);
+    large.emplace_back(25.0 * std::cos(t), 25.0 * std::sin(t), 1.5 * i);
+  }
+  CFitResult out;
+  CFitInput in1;
+  in1.m_points = tiny;
+  ASSERT_EQ(KFitCylinder(in1, out), 1);
+  ASSERT_NEAR(out.m_size1.x, 0.02, 1e-9);
+  CFitInput in2;
+  in2.m_points = large;
+  in2.m_refPoint = Centroid(large);
+  CandidateTrace trace;
+  FitCylinderOrCone(FIT_CYLINDER, in2, out, &trace);
+  EXPECT_EQ(out.m_valid, 1);
+  EXPECT_NEAR(out.m_size1.x, 25.0, 1e-9);
+  ASSERT_GE(trace.chosen, 0);
+  EXPECT_TRUE(trace.fitted[trace.chosen]);
+}
+
+TEST(CylinderFit, TieGoesToTheNearestEvenWhenTheNearestTookNoPart) {
+  // The nearest candidate is tracked before the radius filter: candidate 1 (tiny radius, no
+  // part in the choice) is the nearest, so candidate 2's tie with a smaller form error is not
+  // taken although it is nearer than candidate 0.
+  std::vector<CFitResult> out(kCandidateCount);
+  auto set = [&](int k, double form, double radius, Pt centre) {
+    out[k].m_valid = 1;
+    out[k].m_sigma = 0.0;
+    out[k].m_formError = form;
+    out[k].m_size1.x = radius;
+    out[k].m_center = centre;
+  };
+  set(0, 0.2, 5.0, {3.0, 0.0, 0.0});
+  set(1, 0.1, 1e-5, {0.5, 0.0, 0.0});
+  set(2, 0.1, 5.0, {1.0, 0.0, 0.0});
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, Pt()), 0);
+  out[1].m_center = Pt(2.0, 0.0, 0.0);  // now candidate 2 is the nearest when it comes
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, Pt()), 2);
+}
+
+TEST(CylinderFit, AxisPointIsTheFootFromTheReferencePoint) {
+  GeneratorOptions o;
+  o.pointCount = 40;
+  o.noiseMicrometres = 3.0;
+  o.axisTilt = 1.2;
+  o.radius = 6.0;
+  o.centreOffset = 10.0;
+  o.seed = 8;
+  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCylinder, o);
+  const Pt c = Centroid(s.points);
+  for (const Pt ref : {Pt(), c, c + Pt(8.0, -5.0, 3.0)}) {
+    SCOPED_TRACE(::testing::Message() << "ref " << ref.x << " " << ref.y << " " << ref.z);
+    CFitInput in;
+    in.m_points = s.points;
+    in.m_refPoint = ref;
+    CFitResult out;
+    ASSERT_EQ(KFitCylinder(in, out), 1);
+    EXPECT_NEAR((ref - out.m_center).Dot(out.m_axis), 0.0, 1e-9);
+    EXPECT_LT(DistancePointToLine(s.truth.centre, out.m_center, out.m_axis), 1e-6);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Known least-squares cylinders
+// ---------------------------------------------------------------------------------------------
+
+struct CylinderCase {
+  int points;
+  double span;
+  double radius;
+  double noise;  // micrometres
+  double length;
+};
+
+// Axis directions spread over the sphere: cos(tilt) uniform in [-1, 1] along a fixed
+// low-discrepancy sequence, azimuth from the generator's seed.
+double TiltFor(int i) {
+  const double u = std::fmod(0.5 + 0.6180339887498949 * i, 1.0);
+  return std::acos(1.0 - 2.0 * u);
+}
+
+struct Worst {
+  testing::WorstError angle{"cylinder axis angle / bound"};
+  testing::WorstError position{"cylinder axis position / bound"};
+  testing::WorstError radius{"cylinder radius / bound"};
+  testing::WorstError noiseUnits{"cylinder largest error in noise levels"};
+};
+
+void CheckRecovered(const CylinderCase& k, int index, Worst& worst) {
+  GeneratorOptions o;
+  o.pointCount = k.points;
+  o.arcSpan = k.span;
+  o.radius = k.radius;
+  o.noiseMicrometres = k.noise;
+  o.length = k.length;
+  o.centreOffset = 500.0;
+  o.axisTilt = TiltFor(index);
+  o.seed = 1000 + static_cast<std::uint64_t>(index);
+  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCylinder, o);
+  const std::string where = "case " + std::to_string(index) + ", n " + std::to_string(k.points) +
+                            ", span " + std::to_string(k.span) + ", r " + std::to_string(k.radius);
+  SCOPED_TRACE(where);
+
+  CFitInput in;
+  in.m_points = s.points;
+  in.m_refPoint = Centroid(s.points);
+  CFitResult out;
+  ASSERT_EQ(KFitCylinder(in, out), 1);
+
+  const testing::ConvergenceBounds b = testing::BoundsFor(s, kEngineRelativeChange);
+  const double angle = AxisAngle(out.m_axis, s.truth.axis);
+  const double position = DistancePointToLine(s.truth.centre, out.m_center, out.m_axis);
+  const double radius = std::fabs(out.m_size1.x - s.truth.radius);
+  EXPECT_LE(angle, b.axisAngle + kAngleFloor);
+  EXPECT_LE(position, b.position + kLengthFloor);
+  EXPECT_LE(radius, b.radius + kLengthFloor);
+  worst.angle.Update(angle / b.axisAngle, where);
+  worst.position.Update(position / b.position, where);
+  worst.radius.Update(radius / b.radius, where);
+  const double noise = k.noise * 1e-3;
+  worst.noiseUnits.Update(std::fmax(std::fmax(position, radius), angle * k.length) / noise, where);
+}
+
+TEST(CylinderFit, RecoversKnownLeastSquaresCylindersFarFromTheOrigin) {
+  // Random axis directions 500 mm from the origin, full and 120-degree sectors, radius 5 to
+  // 50 mm, noise 1 to 10 micrometres, 20 to 500 points; tolerance: how far the engine's stopping
+  // rule lets it stop from the known solution.
+  const double radii[] = {5.0, 12.0, 25.0, 50.0};
+  const double noises[] = {1.0, 3.0, 10.0};
+  const int counts[] = {20, 50, 200, 500};
+  Worst worst;
+  int index = 0;
+  for (const int n : counts) {
+    for (const double span : {2.0 * kPi, 2.0 * kPi / 3.0}) {
+      for (int rep = 0; rep < 2; ++rep, ++index) {
+        const double r = radii[index % 4];
+        const double length = (rep == 0 ? 2.0 : 4.0) * r;
+        CheckRecovered({n, span, r, noises[index % 3], length}, index, worst);
+      }
+    }
+  }
+}
+
+TEST(CylinderFit, RecoversLargeKnownCylinder) {
+  Worst worst;
+  CheckRecovered({2000, 2.0 * kPi / 3.0, 30.0, 5.0, 40.0}, 100, worst);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Stationarity on data whose least-squares solution is not known
+// ---------------------------------------------------------------------------------------------
+
+TEST(CylinderFit, ResultIsAStationaryPointOfTheOrthogonalDistances) {
+  // Exact cylinder points moved by raw (unprojected) 3-D noise of 10 micrometres: the least-
+  // squares cylinder is unknown. At a minimum the gradient vanishes; the engine stops once the
+  // sum of squares S changes by less than 1e-6 S, which leaves an excess over the minimum of
+  // at most about that much (a factor 4 for a convergence rate up to 1/2 and second-order
+  // terms).
+  GeneratorOptions o;
+  o.pointCount = 300;
+  o.radius = 20.0;
+  o.length = 60.0;
+  o.arcSpan = 2.0 * kPi / 3.0;
+  o.centreOffset = 500.0;
+  o.axisTilt = 0.9;
+  o.seed = 77;
+  const KnownSolution exact = testing::GenerateKnownSolution(Shape::kCylinder, o);
+  // 0.035 mm wide uniform draws: about 10 micrometres standard deviation per coordinate.
+  const std::vector<Pt> pts = composite_test::Roughen(exact.surfacePoints, 0.035, 77);
+  CFitInput in;
+  in.m_points = pts;
+  in.m_refPoint = Centroid(pts);
+  CFitResult out;
+  ASSERT_EQ(KFitCylinder(in, out), 1);
+  ShapeTruth fitted;
+  fitted.shape = Shape::kCylinder;
+  fitted.centre = out.m_center;
+  fitted.axis = out.m_axis;
+  fitted.radius = out.m_size1.x;
+
+  double sum = 0.0;
+  const double excess = composite_test::ExcessOverMinimum(fitted, pts, &sum);
+  const double allowed = 4.0 * kEngineRelativeChange * sum;
+  EXPECT_LE(excess, allowed);
+  std::printf("[worst] cylinder excess over minimum / allowed: %.3e\n", excess / allowed);
+  // The sigma the fit reports is that of these distances.
+  const double n = static_cast<double>(pts.size());
+  EXPECT_NEAR(out.m_sigma, std::sqrt(sum / (n - 1.0)), 1e-6 * out.m_sigma);
+
+  // The check does see a cylinder that is not a minimum: ten bounds off in the radius.
+  const testing::ConvergenceBounds b = testing::BoundsFor(fitted, pts, sum, kEngineRelativeChange);
+  ShapeTruth off = fitted;
+  off.radius += 10.0 * b.radius;
+  double offSum = 0.0;
+  EXPECT_GT(composite_test::ExcessOverMinimum(off, pts, &offSum), allowed);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Known limitation
+// ---------------------------------------------------------------------------------------------
+
+// Enable when the candidate fits no longer depend on where the caller's reference point lies.
+// As it stands the default reference point (the origin) 500 mm from the part makes most of
+// these fits fail or converge to a wrong cylinder (see the file comment).
+TEST(CylinderFit, DISABLED_RecoversCylindersFarFromTheOriginWithTheDefaultReferencePoint) {
+  int failures = 0;
+  for (int index = 0; index < 16; ++index) {
+    GeneratorOptions o;
+    o.pointCount = 50;
+    o.radius = 12.0;
+    o.length = 24.0;
+    o.noiseMicrometres = 3.0;
+    o.arcSpan = index % 2 == 0 ? 2.0 * kPi : 2.0 * kPi / 3.0;
+    o.centreOffset = 500.0;
+    o.axisTilt = TiltFor(index);
+    o.seed = 2000 + static_cast<std::uint64_t>(index);
+    const KnownSolution s = testing::GenerateKnownSolution(Shape::kCylinder, o);
+    CFitInput in;
+    in.m_points = s.points;
+    CFitResult out;
+    const bool ok = KFitCylinder(in, out) == 1 && AxisAngle(out.m_axis, s.truth.axis) < 1e-6 &&
+                    std::fabs(out.m_size1.x - s.truth.radius) < 1e-6;
+    if (!ok) ++failures;
+  }
+  EXPECT_EQ(failures, 0) << "of 16 cylinders";
+}
+
+}  // namespace
+}  // namespace metrofit
