@@ -176,9 +176,17 @@ double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateT
   in.m_centerParam.value = c;
   for (int& m : in.m_centerParam.mode) m = kStartMode;
 
+  // The cylinder iteration keeps its axis point at the foot of the perpendicular from the
+  // reference point, and the line start is held through it. From a reference point far from
+  // the part (the origin, 500 mm away) that lever arm narrows every candidate's basin below the
+  // spacing of the starts, so the candidates run about the centroid; the caller's reference
+  // point is given back afterwards.
+  const KPt3<double> callerRef = in.m_refPoint;
+  in.m_refPoint = c;
   Candidates cand = MakeCandidates(fitType, in, out);
   SetAxes(fitType, in, c, cand);
   RunCandidates(fitType, in, cand, trace);
+  in.m_refPoint = callerRef;
   const int chosen = ChooseCandidate(fitType, cand.out, c);
   if (trace != nullptr) trace->chosen = chosen;
   out = cand.out[chosen];

@@ -2,11 +2,9 @@
 // afterwards, and how well KFitCylinder recovers cylinders whose least-squares solution is known.
 //
 // Reference point. The cylinder iteration keeps its axis point at the foot of the perpendicular
-// from the input's m_refPoint onto the current axis, so the axis is linearised about that
-// point. With m_refPoint at the origin and the part 500 mm away the lever arm makes every
-// candidate's basin of convergence a few hundredths of a radian wide, narrower than the spacing
-// of the starts, and most fits fail (DISABLED_ test at the end). The recovery tests therefore
-// put m_refPoint at the centroid of the points, as a caller does for a part far from the origin.
+// from the input's m_refPoint onto the current axis. The fit runs its candidates with the
+// reference point at the centroid (and gives the caller's back), so a part 500 mm from the
+// origin converges as well as one at the origin (RecoversCylindersFarFromTheOrigin...).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -111,7 +109,7 @@ TEST(CylinderFit, CallerInputEndsWithTheLastFittedCandidate) {
   const Pt c = Centroid(s.points);
   const Pt ref(1.0, -2.0, 3.0);
   CFitInput probe = AfterCentroidStart(s.points);
-  probe.m_refPoint = ref;  // the line-fit start (slot 15) is held through it
+  probe.m_refPoint = c;  // the line-fit start (slot 15) is held through the centroid
   const CandidateAxes axes = MakeCandidateAxes(probe);
 
   CFitInput in;
@@ -214,7 +212,7 @@ TEST(CylinderFit, TieGoesToTheNearestEvenWhenTheNearestTookNoPart) {
   EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, Pt()), 2);
 }
 
-TEST(CylinderFit, AxisPointIsTheFootFromTheReferencePoint) {
+TEST(CylinderFit, AxisPointIsTheFootFromTheCentroid) {
   GeneratorOptions o;
   o.pointCount = 40;
   o.noiseMicrometres = 3.0;
@@ -231,7 +229,9 @@ TEST(CylinderFit, AxisPointIsTheFootFromTheReferencePoint) {
     in.m_refPoint = ref;
     CFitResult out;
     ASSERT_EQ(KFitCylinder(in, out), 1);
-    EXPECT_NEAR((ref - out.m_center).Dot(out.m_axis), 0.0, 1e-9);
+    // The candidates run about the centroid, whatever the caller's reference point.
+    EXPECT_NEAR((c - out.m_center).Dot(out.m_axis), 0.0, 1e-9);
+    EXPECT_EQ(in.m_refPoint, ref);
     EXPECT_LT(DistancePointToLine(s.truth.centre, out.m_center, out.m_axis), 1e-6);
   }
 }
@@ -372,13 +372,12 @@ TEST(CylinderFit, ResultIsAStationaryPointOfTheOrthogonalDistances) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Known limitation
+// Far from the origin
 // ---------------------------------------------------------------------------------------------
 
-// Enable when the candidate fits no longer depend on where the caller's reference point lies.
-// As it stands the default reference point (the origin) 500 mm from the part makes most of
-// these fits fail or converge to a wrong cylinder (see the file comment).
-TEST(CylinderFit, DISABLED_RecoversCylindersFarFromTheOriginWithTheDefaultReferencePoint) {
+// Regression: with the reference point at the origin 500 mm from the part, most of these fits
+// failed or converged to a wrong cylinder before the candidates ran about the centroid.
+TEST(CylinderFit, RecoversCylindersFarFromTheOriginWithTheDefaultReferencePoint) {
   int failures = 0;
   for (int index = 0; index < 16; ++index) {
     GeneratorOptions o;

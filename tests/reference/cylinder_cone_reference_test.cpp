@@ -170,15 +170,11 @@ TEST(NistCylinderConeReference, CylindersMatchCertifiedFits) {
 }
 
 TEST(NistCylinderConeReference, CylindersWithTheDefaultReferencePoint) {
-  // With the reference point left at the origin (up to about 1000 mm from these parts) two sets
-  // fail: in cyl3 (9 points on a 90-degree arc 0.044 mm long, so the axis tilt is barely
-  // determined) no candidate converges, not even from the certified axis, because the iteration
-  // is linearised about the foot point far away; in cyl7 (6 points) the basin of convergence is
-  // about 0.04 rad wide and no start lies that close. Both fit within the bounds when the
-  // reference point is at the part (test above). This list is checked both ways: a set listed
-  // here that starts to agree fails the test so that the list is kept true.
+  // With the reference point left at the origin (up to about 1000 mm from these parts): the
+  // candidates run about the centroid whatever the caller's reference point, so every set
+  // agrees, cyl3 (9 points on a 0.044 mm arc) and cyl7 (6 points) included.
   METROFIT_LOAD_PAIRS("Cylinder", 30, pairs);
-  const std::set<std::string> knownFailures = {"cyl3", "cyl7"};
+  const std::set<std::string> knownFailures = {};
   Worst angle("cylinder (reference point at origin) axis angle [rad]");
   Worst distance("cylinder (reference point at origin) axis distance [mm]");
   Worst diameter("cylinder (reference point at origin) diameter difference [mm]");
