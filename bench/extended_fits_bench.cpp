@@ -91,9 +91,6 @@ BENCHMARK(BM_KFitCircleEx)
 void BM_KFitCylinderEx(benchmark::State& state) {
   CFitInput in;
   in.m_points = CylinderPoints(static_cast<std::size_t>(state.range(0)));
-  // The reference point at the part, where the least-squares start succeeds: the full path of
-  // least-squares cylinder, refit and candidate search is measured.
-  in.m_refPoint = kCentre;
   for (auto _ : state) {
     CFitResult out;
     if (KFitCylinderEx(in, out) != 1) state.SkipWithError("extended cylinder fit failed");

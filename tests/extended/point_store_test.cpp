@@ -61,7 +61,7 @@ std::vector<unsigned char> ReadBytes(const char* path) {
 
 TEST(PointStore, RoundTripIsBitExactForEveryDouble) {
   PrivateTempDir tmp;
-  const double special[] = {0.0,
+  const double unusual[] = {0.0,
                             -0.0,
                             1.0,
                             -512.125,
@@ -71,12 +71,12 @@ TEST(PointStore, RoundTripIsBitExactForEveryDouble) {
                             std::numeric_limits<double>::quiet_NaN(),
                             499.99999999999994};
   UniquePointSet s(CreatePointSet(3));
-  for (int i = 0; i < 9; ++i) s->xyz[i] = special[i];
+  for (int i = 0; i < 9; ++i) s->xyz[i] = unusual[i];
   TempPointFile* r = SavePoints(s.get());
   ASSERT_NE(r, nullptr);
   UniquePointSet back(CreatePointSet(3));
   EXPECT_EQ(RestorePoints(r, back.get()), 0);
-  for (int i = 0; i < 9; ++i) EXPECT_TRUE(BitEqual(back->xyz[i], special[i])) << i;
+  for (int i = 0; i < 9; ++i) EXPECT_TRUE(BitEqual(back->xyz[i], unusual[i])) << i;
   EXPECT_EQ(tmp.FileCount(), 0u);
 }
 
