@@ -217,10 +217,9 @@ TEST(TorusCandidates, ShortSegmentBuildsOnlyTheCircleAndThreePointCandidates) {
 
 // Points with integer coordinates on the torus R = 40, r = 5 about the z axis (tube offsets on
 // the 3-4-5 grid, four meridians along the coordinate axes), in a fixed shuffled order. The
-// circle and the sphere candidates both start so close that their first iteration already
-// passes the relative-change test: they report their start, which differ (the sphere
-// candidate's centre is 1e-16 off along z), with exactly the same RMS. The earlier, the
-// circle candidate, must be kept.
+// circle and the sphere candidates start at different places so close to the torus that both
+// end with exactly the same RMS (checked below). The earlier, the circle candidate, must be
+// kept: its start values are the ones the caller's input receives.
 TEST(TorusCandidates, EqualRmsKeepsTheEarlierCandidate) {
   const double tube[][2] = {{5, 0},  {3, 4},  {0, 5}, {-3, 4},  {-5, 0}, {-3, -4},
                             {0, -5}, {3, -4}, {4, 3}, {-4, -3}, {4, -3}, {-4, 3}};

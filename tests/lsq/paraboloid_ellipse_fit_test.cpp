@@ -5,9 +5,10 @@
 // f / |grad f|, f = rho^2 / (4F) - h. On a partial paraboloid the lateral vertex position and
 // the axis tilt nearly replace each other (both tilt the surface patch to first order), so
 // their errors are far larger than the noise and strongly correlated. Noisy fits are therefore
-// judged by (1) a stationary point of the sum of squared first-order distances and (2) the
+// judged by (1) the engine's fixed point, the stationary point of the squared algebraic
+// residuals f_i^2 / g_i^2 with the weights g_i = |grad_p f_i| held, and (2) the
 // noise-propagated bound 5 sigma sqrt(trace C) of each block of parameters, C = (J^T J)^-1 at
-// the generating paraboloid (fit_propagation_util.h), never by a guessed tolerance.
+// the generating paraboloid (both in fit_propagation_util.h), never by a guessed tolerance.
 //
 // Ellipse. The model is the spheroid about u through the centre, semi-axis A (m_size3.x)
 // along u and B (m_size3.y) across. A planar ellipse that contains the axis lies on it, but
