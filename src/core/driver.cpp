@@ -32,19 +32,6 @@ constexpr double kParaboloidSizeStart = 0.5;
 // Keeps the paraboloid axis angle defined when the direction is along x.
 constexpr double kAtanGuard = 1e-20;
 
-constexpr DriverLayout kLayouts[] = {
-    {5, 2, 3, 0, -1},  // line: angle indices land on the point's z and a1, deliberately
-    {3, 0, 1, 2, -1},  // plane
-    {6, 3, 4, 5, -1},  // circle
-    {4, 0, 0, 3, -1},  // sphere: no orientation, its angle indices are never used
-    {6, 3, 4, 5, -1},  // cylinder
-    {6, 3, 4, 5, -1},  // paraboloid
-    {6, 3, 4, 5, -1},  // cone
-    {7, 3, 4, 5, 6},   // ellipse: one radius constraint holds both semi-axes
-    {7, 3, 4, 5, 6},   // torus: one radius constraint holds both radii
-};
-constexpr int kLayoutCount = static_cast<int>(sizeof(kLayouts) / sizeof(kLayouts[0]));
-
 // Owns one row-pointer matrix and releases it on every path, exceptions included.
 class ScopedMatrix {
  public:
@@ -61,8 +48,12 @@ class ScopedMatrix {
   double** m_;
 };
 
+bool IsFree(int mode) {
+  return ModeOf(mode) == ConstraintMode::kFree;
+}
+
 bool AnyModeSet(const CFitParam& p) {
-  return p.mode[0] != 0 || p.mode[1] != 0 || p.mode[2] != 0;
+  return !IsFree(p.mode[0]) || !IsFree(p.mode[1]) || !IsFree(p.mode[2]);
 }
 
 void SetDiagonal(double** w, double** v, int i, double value, double weight) {
@@ -74,7 +65,7 @@ void WriteCentreConstraints(const CFitInput& in, double** w, double** v) {
   const CFitParam& c = in.m_centerParam;
   const double values[3] = {c.value.x, c.value.y, c.value.z};
   for (int k = 0; k < 3; ++k) {
-    if (c.mode[k] != 0) SetDiagonal(w, v, k, values[k], ModeWeight(c.mode[k]));
+    if (!IsFree(c.mode[k])) SetDiagonal(w, v, k, values[k], ModeWeight(c.mode[k]));
   }
 }
 
@@ -83,8 +74,8 @@ void WriteCentreConstraints(const CFitInput& in, double** w, double** v) {
 void WriteAngleConstraint(CFitInput& in, int component, int index, double** w, double** v) {
   int& angleMode = in.m_angleParam.mode[component];
   const int axisMode = in.m_axisParam.mode[component];
-  if (axisMode == 0 && angleMode == 0) return;
-  if (angleMode == 0) angleMode = axisMode;
+  if (IsFree(axisMode) && IsFree(angleMode)) return;
+  if (IsFree(angleMode)) angleMode = axisMode;
   const KPt3<double>& a = in.m_angleParam.value;
   const double value = component == 0 ? a.x : a.y;
   SetDiagonal(w, v, index, value, ModeWeight(angleMode));
@@ -94,19 +85,21 @@ void WriteAngleConstraints(CFitInput& in, const DriverLayout& layout, double** w
   WriteAngleConstraint(in, 0, layout.angle1, w, v);
   WriteAngleConstraint(in, 1, layout.angle2, w, v);
   // The third angle is never constrained; only its mode follows the axis.
-  if (in.m_angleParam.mode[2] == 0) in.m_angleParam.mode[2] = in.m_axisParam.mode[2];
+  if (IsFree(in.m_angleParam.mode[2])) in.m_angleParam.mode[2] = in.m_axisParam.mode[2];
 }
 
 // A radius mode on either size triple constrains the radius slot (and the second radius slot
 // where the shape has one) to the one given radius.
 void WriteRadiusConstraint(const CFitInput& in, const DriverLayout& layout, double** w,
                            double** v) {
-  const int m1 = in.m_size1Param.mode[0], m2 = in.m_size2Param.mode[0];
-  if (m1 == 0 && m2 == 0) return;
+  const ConstraintMode m1 = ModeOf(in.m_size1Param.mode[0]);
+  const ConstraintMode m2 = ModeOf(in.m_size2Param.mode[0]);
+  if (m1 == ConstraintMode::kFree && m2 == ConstraintMode::kFree) return;
   const double r = in.m_fitType == FIT_PARABOLOID ? kParaboloidSizeStart : in.m_size1Param.value.x;
-  const double weight = (m1 == 1 || m2 == 1) ? kFixedWeight : kStartValueWeight;
+  const bool fixed = m1 == ConstraintMode::kFixed || m2 == ConstraintMode::kFixed;
+  const double weight = fixed ? kFixedWeight : kStartValueWeight;
   SetDiagonal(w, v, layout.radius, r, weight);
-  if (layout.radius2 >= 0) SetDiagonal(w, v, layout.radius2, r, weight);
+  if (layout.radius2 != kNoSlot) SetDiagonal(w, v, layout.radius2, r, weight);
 }
 
 // Sphere fit on the input's points with the radius free (weight 0) or held at `radius`.
@@ -134,8 +127,8 @@ class ParaboloidTypeRestorer {
 }  // namespace
 
 const DriverLayout* DriverLayoutFor(int fitType) {
-  if (fitType < 0 || fitType >= kLayoutCount) return nullptr;
-  return &kLayouts[fitType];
+  const ShapeDescription* shape = ShapeFor(fitType);
+  return shape != nullptr ? &shape->driver : nullptr;
 }
 
 KPt3<double> AuxiliaryDirection(const KPt3<double>& a) {
@@ -171,7 +164,7 @@ void AxisToStartAngles(CFitInput& in) {
 }
 
 double ModeWeight(int mode) {
-  return mode == 1 ? kFixedWeight : kStartValueWeight;
+  return ModeOf(mode) == ConstraintMode::kFixed ? kFixedWeight : kStartValueWeight;
 }
 
 void WriteConstraints(CFitInput& in, const DriverLayout& layout, double** w, double** v) {
@@ -221,7 +214,7 @@ void RunLeastSquaresDriver(CFitInput& in, CFitResult& out) {
   AxisToStartAngles(in);
   if (in.m_fitType == FIT_PARABOLOID && AnyModeSet(in.m_axisParam)) {
     (void)EstimateParaboloidAxis(in);
-    if (in.m_size2Param.mode[0] == 0) in.m_size2Param.mode[0] = kStartValueMode;
+    if (IsFree(in.m_size2Param.mode[0])) in.m_size2Param.mode[0] = kStartValueMode;
   }
 
   // Types without a layout (none of the entry points stamps one) run with no unknowns.

@@ -3,20 +3,13 @@
 #ifndef METROFIT_CORE_DRIVER_H
 #define METROFIT_CORE_DRIVER_H
 
+#include "lsq/shape.h"
 #include "metrofit.h"
 
 namespace metrofit {
 
-// Where the driver writes angle and radius constraints for one fit type. -1 marks "none".
-struct DriverLayout {
-  int unknowns;
-  int angle1;
-  int angle2;
-  int radius;
-  int radius2;
-};
-
-// Layout of fit types 0..8, or null for any other code.
+// Where the driver writes constraints for fit types 0..8 (from the shape's description), or
+// null for any other code.
 const DriverLayout* DriverLayoutFor(int fitType);
 
 // Turns the nominal axis of the input into the three start angles written into the values of
@@ -32,8 +25,8 @@ void RunLeastSquaresDriver(CFitInput& in, CFitResult& out);
 // decides (x -> (0, 1, 0), y -> (0, 0, 1), z -> (1, 0, 0)); on a tie the earlier one wins.
 KPt3<double> AuxiliaryDirection(const KPt3<double>& a);
 
-// Diagonal weight of a non-zero constraint mode: 1 holds the value, any other mode passes it
-// as a starting value.
+// Diagonal weight of a caller's non-zero constraint mode: a fixed value is held, any other is
+// passed as a starting value.
 double ModeWeight(int mode);
 
 // Fills the zeroed weight matrix w (unknowns x unknowns) and value vector v (unknowns x 1)

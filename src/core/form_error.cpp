@@ -14,6 +14,7 @@
 
 #include "core/constants.h"
 #include "core/enclosing_circle.h"
+#include "lsq/shape.h"
 
 namespace metrofit {
 namespace {
@@ -76,32 +77,15 @@ double RadialExtent(const Points& pts, const KPt3<double>& a, const KPt3<double>
 }
 
 void ApplyFormError(const CFitInput& in, CFitResult& out) {
-  const Points& pts = in.m_points;
-  switch (in.m_fitType) {
-    case FIT_LINE:
-      out.m_formError = LineFormError(pts, out.m_center, out.m_axis);
-      return;
-    case FIT_PLANE:
-      out.m_formError = PlaneFormError(pts, out.m_center, out.m_axis);
-      return;
-    case FIT_CIRCLE:
-    case FIT_CYLINDER:
-      out.m_formError = AxialFormError(pts, out.m_center, out.m_axis, out.m_size1.x);
-      return;
-    case FIT_SPHERE:
-      out.m_formError = SphereFormError(pts, out.m_center, out.m_size1.x);
-      return;
-    case FIT_CONE:
-      // Kept as the engine left it (its root mean square): a cone has no measure here.
-      return;
-    case kNoFormErrorType:
-      // Known code without a measure: the engine's value stays.
-      return;
-    default:
-      // Paraboloid, ellipse, torus and unknown codes report no form error.
-      out.m_formError = 0.0;
-      return;
+  // A known code without a measure keeps the engine's value.
+  if (in.m_fitType == kNoFormErrorType) return;
+  const ShapeDescription* shape = ShapeFor(in.m_fitType);
+  if (shape == nullptr) {
+    out.m_formError = 0.0;  // unknown codes report no form error
+    return;
   }
+  // A shape without a measure of its own (the cone) keeps the engine's root mean square.
+  if (shape->formError != nullptr) shape->formError(in, out);
 }
 
 }  // namespace metrofit

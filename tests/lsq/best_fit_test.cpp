@@ -15,7 +15,7 @@
 #include <limits>
 #include <vector>
 
-#include "lsq/shape_models.h"
+#include "lsq/shape.h"
 #include "lsq_test_util.h"
 #include "metrofit.h"
 

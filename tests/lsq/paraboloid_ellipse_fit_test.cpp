@@ -25,7 +25,7 @@
 #include <vector>
 
 #include "fit_propagation_util.h"
-#include "lsq/shape_models.h"
+#include "lsq/shape.h"
 #include "lsq_test_util.h"
 #include "metrofit.h"
 #include "support/geometry_compare.h"

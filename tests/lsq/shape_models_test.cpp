@@ -1,14 +1,13 @@
 // Shape models: misclosure, point derivatives B and parameter derivatives A of all nine
 // shapes against central differences of the conditions written out in lsq_test_util.h, plus
 // the hand-worked cases of the sphere, line, plane and torus.
-#include "lsq/shape_models.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 #include <vector>
 
+#include "lsq/shape.h"
 #include "lsq_test_util.h"
 #include "metrofit.h"
 

@@ -1,0 +1,25 @@
+// One point's linearised condition equations at fixed sizes: B = df/dp (m x 3), A = df/dx
+// (m x n) and the misclosure w = -f (m x 1). The point cofactor matrix is not stored: it is
+// kCofactor times the identity for every point and every shape.
+#ifndef METROFIT_LSQ_LINEARISATION_H
+#define METROFIT_LSQ_LINEARISATION_H
+
+namespace metrofit {
+
+// A-priori standard deviation of one point coordinate. Nothing in the library changes it.
+constexpr double kCoordinateSigma = 1.0;
+// Cofactor of one coordinate, Q = kCofactor I: 1e-6 / sigma^2.
+constexpr double kCofactor = 1e-6 / (kCoordinateSigma * kCoordinateSigma);
+
+template <int m, int n>
+struct Linearisation {
+  static constexpr int kConditions = m;
+  static constexpr int kParameters = n;
+  double B[m][3];
+  double A[m][n];
+  double w[m];
+};
+
+}  // namespace metrofit
+
+#endif  // METROFIT_LSQ_LINEARISATION_H

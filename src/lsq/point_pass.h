@@ -1,0 +1,214 @@
+// The engine's pass over the points, specialised at compile time to one shape's sizes.
+//
+// Per point: the shape's linearisation (B, A, w), M = B Q B^T (m x m, Q = q I) inverted in
+// place as mInvertMatrix does it, then
+//   objective += w^T M^-1 w,   N += A^T M^-1 A (upper triangle),   u += A^T M^-1 w,
+// and in the residual pass v = Q B^T M^-1 w. Every product is formed in the order of the
+// generic row-pointer kernels, so the sums are those of a plain evaluation of the same model;
+// the lower triangle of N is mirrored from the upper one at the end of the pass.
+// Nothing here allocates, calls through a pointer or computes trigonometry per point: the
+// shape's frame (sines and cosines of the angles, the rotation) is made once per pass.
+#ifndef METROFIT_LSQ_POINT_PASS_H
+#define METROFIT_LSQ_POINT_PASS_H
+
+#include <cmath>
+#include <cstddef>
+
+#include "core/constants.h"
+#include "lsq/linearisation.h"
+#include "lsq/probe_compensation.h"
+#include "lsq/shape.h"
+
+namespace metrofit {
+
+// Gauss-Jordan inversion in place without pivoting, exactly the steps of mInvertMatrix on a
+// fixed-size array: a pivot that is not safely normal ends the sweep, leaving the matrix partly
+// transformed (the engine carries on with it, as with every singular system).
+template <int m>
+inline void InvertInPlace(double (&a)[m][m]) {
+  for (int k = 0; k < m; ++k) {
+    const double p = a[k][k];
+    if (!(std::fabs(p) > kSmallestNormal)) return;
+    for (int i = 0; i < m; ++i)
+      if (i != k) a[i][k] /= p;
+    a[k][k] = 1.0 / p;
+    for (int j = 0; j < m; ++j) {
+      if (j == k) continue;
+      for (int i = 0; i < m; ++i)
+        if (i != k) a[i][j] -= a[i][k] * a[k][j];
+      a[k][j] = -(a[k][k] * a[k][j]);
+    }
+  }
+}
+
+// M = B Q B^T. With finite B the zero entries of Q contribute exact zeros and M is formed from
+// the diagonal alone; a non-finite B takes the literal product, whose 0 * inf terms make the
+// NaN that the generic kernels make.
+template <int m>
+inline void PointWeight(const double (&B)[m][3], double (&M)[m][m]) {
+  double check = 0.0;
+  for (int i = 0; i < m; ++i) check += B[i][0] + B[i][1] + B[i][2];
+  if (std::isfinite(check)) {
+    for (int i = 0; i < m; ++i)
+      for (int j = 0; j < m; ++j)
+        M[i][j] = (B[i][0] * kCofactor) * B[j][0] + (B[i][1] * kCofactor) * B[j][1] +
+                  (B[i][2] * kCofactor) * B[j][2];
+    return;
+  }
+  double BQ[m][3];
+  for (int i = 0; i < m; ++i)
+    for (int k = 0; k < 3; ++k) {
+      double s = 0.0;
+      for (int l = 0; l < 3; ++l) s += B[i][l] * (l == k ? kCofactor : 0.0);
+      BQ[i][k] = s;
+    }
+  for (int i = 0; i < m; ++i)
+    for (int j = 0; j < m; ++j) {
+      double s = 0.0;
+      for (int k = 0; k < 3; ++k) s += BQ[i][k] * B[j][k];
+      M[i][j] = s;
+    }
+}
+
+// Q B^T (3 x m), with the same care for non-finite B.
+template <int m>
+inline void CofactorTimesBt(const double (&B)[m][3], double (&QBt)[3][m]) {
+  double check = 0.0;
+  for (int i = 0; i < m; ++i) check += B[i][0] + B[i][1] + B[i][2];
+  const bool finite = std::isfinite(check);
+  for (int j = 0; j < 3; ++j)
+    for (int c = 0; c < m; ++c) {
+      if (finite) {
+        QBt[j][c] = kCofactor * B[c][j];
+        continue;
+      }
+      double s = 0.0;
+      for (int k = 0; k < 3; ++k) s += (j == k ? kCofactor : 0.0) * B[c][k];
+      QBt[j][c] = s;
+    }
+}
+
+// The point the model sees: paraboloid and torus points with the probe radius removed against
+// the current shape, all others as measured.
+template <class Shape>
+inline KPt3<double> ModelPoint(const PassContext& ctx, std::size_t i) {
+  const KPt3<double>& p = ctx.in.m_points[i];
+  if constexpr (Shape::kProbeCompensated) {
+    return CompensateProbe(Shape::kFitType, ctx.in.m_probeRadius, ctx.res, ctx.rotation, p);
+  } else {
+    return p;
+  }
+}
+
+template <class Shape>
+struct PointPass {
+  static constexpr int m = Shape::kConditions;
+  static constexpr int n = Shape::kParameters;
+  using Lin = Linearisation<m, n>;
+
+  static void Accumulate(PassContext& ctx, NormalSums& sums) {
+    const typename Shape::Frame frame(ctx.res);
+    double N[n][n] = {};
+    double u[n] = {};
+    double objective = 0.0;
+    const std::size_t count = ctx.in.m_points.size();
+    Lin lin;
+    for (std::size_t i = 0; i < count; ++i) {
+      Shape::Evaluate(frame, ModelPoint<Shape>(ctx, i), lin);
+      double M[m][m];
+      PointWeight<m>(lin.B, M);
+      InvertInPlace<m>(M);
+      if (ctx.noRedundancy) {
+        objective = kNoRedundancyVarianceFactor;
+      } else {
+        objective += WeightedSquare(lin.w, M);
+      }
+      double AtM[n][m];
+      for (int a = 0; a < n; ++a)
+        for (int j = 0; j < m; ++j) {
+          double s = lin.A[0][a] * M[0][j];
+          for (int k = 1; k < m; ++k) s += lin.A[k][a] * M[k][j];
+          AtM[a][j] = s;
+        }
+      for (int a = 0; a < n; ++a) {
+        for (int b = a; b < n; ++b) {
+          double s = AtM[a][0] * lin.A[0][b];
+          for (int k = 1; k < m; ++k) s += AtM[a][k] * lin.A[k][b];
+          N[a][b] += s;
+        }
+        double s = AtM[a][0] * lin.w[0];
+        for (int k = 1; k < m; ++k) s += AtM[a][k] * lin.w[k];
+        u[a] += s;
+      }
+    }
+    for (int a = 0; a < n; ++a) {
+      for (int b = 0; b < n; ++b) sums.N[a][b] = b >= a ? N[a][b] : N[b][a];
+      sums.u[a] = u[a];
+    }
+    sums.objective = objective;
+  }
+
+  static double Residuals(PassContext& ctx) {
+    const typename Shape::Frame frame(ctx.res);
+    const std::size_t count = ctx.in.m_points.size();
+    auto& out = ctx.res.m_deviations;
+    // One growth of the caller's list for the whole pass, none per point.
+    out.reserve(out.size() + count);
+    double sum = 0.0;
+    Lin lin;
+    for (std::size_t i = 0; i < count; ++i) {
+      Shape::Evaluate(frame, ModelPoint<Shape>(ctx, i), lin);
+      double M[m][m];
+      PointWeight<m>(lin.B, M);
+      InvertInPlace<m>(M);
+      double QBt[3][m];
+      CofactorTimesBt<m>(lin.B, QBt);
+      double v[3];
+      for (int j = 0; j < 3; ++j) {
+        double QBtM[m];
+        for (int c = 0; c < m; ++c) {
+          double s = QBt[j][0] * M[0][c];
+          for (int k = 1; k < m; ++k) s += QBt[j][k] * M[k][c];
+          QBtM[c] = s;
+        }
+        double s = QBtM[0] * lin.w[0];
+        for (int c = 1; c < m; ++c) s += QBtM[c] * lin.w[c];
+        v[j] = s;
+      }
+      const KPt3<double> r(v[0], v[1], v[2]);
+      sum += r.Dot(r);
+      out.push_back(r);
+    }
+    return sum;
+  }
+
+  // The model at one point into row-pointer matrices (the diagonal of Q, B, A, w).
+  static void Evaluate(const KPt3<double>& p, const CFitResult& r, double** Q, double** B,
+                       double** A, double** w) {
+    Q[0][0] = Q[1][1] = Q[2][2] = kCofactor;
+    Lin lin;
+    Shape::Evaluate(typename Shape::Frame(r), p, lin);
+    for (int k = 0; k < m; ++k) {
+      for (int j = 0; j < 3; ++j) B[k][j] = lin.B[k][j];
+      for (int j = 0; j < n; ++j) A[k][j] = lin.A[k][j];
+      w[k][0] = lin.w[k];
+    }
+  }
+
+ private:
+  static double WeightedSquare(const double (&w)[m], const double (&M)[m][m]) {
+    double wtM[m];
+    for (int j = 0; j < m; ++j) {
+      double s = w[0] * M[0][j];
+      for (int k = 1; k < m; ++k) s += w[k] * M[k][j];
+      wtM[j] = s;
+    }
+    double s = wtM[0] * w[0];
+    for (int j = 1; j < m; ++j) s += wtM[j] * w[j];
+    return s;
+  }
+};
+
+}  // namespace metrofit
+
+#endif  // METROFIT_LSQ_POINT_PASS_H
