@@ -158,20 +158,21 @@ void Finish(const ShapeDescription& shape, PassContext& ctx, double** constraint
   mCopyMatrix(constraints, k.N, n, n);
   mCopyMatrix(params, k.x, n, 1);
 
-  const std::size_t count = ctx.in.m_points.size();
-  const double sum = shape.residuals(ctx);
-  const double points = static_cast<double>(count);
-  res.m_sigma = std::sqrt(sum / (count > 1 ? points - 1.0 : 1.0));
-  res.m_rms = std::sqrt(sum / points);
-  res.m_formError = res.m_rms;  // provisional; the driver puts the shape's own measure here
-
-  // Over the whole list, entries from earlier calls included.
+  // Extremes over the whole list: the entries of earlier calls first, then this pass's.
   double smallest = metrofit::kSentinel, largest = 0.0;
   for (const Pt& v : res.m_deviations) {
     const double len = v.Length();
     if (len < smallest) smallest = len;
     if (len > largest) largest = len;
   }
+  const std::size_t count = ctx.in.m_points.size();
+  const metrofit::ResidualSums sums = shape.residuals(ctx);
+  if (sums.smallest < smallest) smallest = sums.smallest;
+  if (sums.largest > largest) largest = sums.largest;
+  const double points = static_cast<double>(count);
+  res.m_sigma = std::sqrt(sums.squares / (count > 1 ? points - 1.0 : 1.0));
+  res.m_rms = std::sqrt(sums.squares / points);
+  res.m_formError = res.m_rms;  // provisional; the driver puts the shape's own measure here
   if (res.m_deviations.empty()) smallest = largest = kEmptyListExtreme;
   res.m_minDeviation = smallest;
   res.m_maxDeviation = largest;

@@ -4,6 +4,14 @@
 #ifndef METROFIT_LSQ_LINEARISATION_H
 #define METROFIT_LSQ_LINEARISATION_H
 
+// The per-point pieces of every model and of the engine's passes are small and called once per point in the engine's
+// loops: always inlined, so that the loop holds no call.
+#if defined(__GNUC__)
+#define METROFIT_ALWAYS_INLINE inline __attribute__((always_inline))
+#else
+#define METROFIT_ALWAYS_INLINE inline
+#endif
+
 namespace metrofit {
 
 // A-priori standard deviation of one point coordinate. Nothing in the library changes it.

@@ -86,6 +86,31 @@ struct MomentPass {
       sums.objective = s;
     }
   }
+
+  // B, and so M, is the same at every point: M^-1 is formed once, and each point needs only
+  // its misclosures, w_k = w0_k + W_k.(p - o).
+  static ResidualSums Residuals(PassContext& ctx) {
+    const typename Shape::Frame frame(ctx.res);
+    AffineRows<m, n> rows;
+    Shape::Affine(frame, ctx.res, rows);
+    double M[m][m];
+    PointWeight<m>(rows.B, M);
+    InvertInPlace<m>(M);
+    const KPt3<double> origin = Shape::Origin(ctx.res);
+    const auto& points = ctx.in.m_points;
+    auto& out = ctx.res.m_deviations;
+    out.reserve(out.size() + points.size());
+    ResidualSums sums;
+    for (const KPt3<double>& p : points) {
+      const KPt3<double> d = p - origin;
+      double w[m];
+      for (int k = 0; k < m; ++k) w[k] = rows.w0[k] + rows.W[k].Dot(d);
+      const KPt3<double> v = Residual<m>(rows.B, M, w);
+      sums.Add(v);
+      out.push_back(v);
+    }
+    return sums;
+  }
 };
 
 }  // namespace metrofit

@@ -2,10 +2,12 @@
 //
 // Per point: the shape's linearisation (B, A, w), M = B Q B^T (m x m, Q = q I) inverted in
 // place as mInvertMatrix does it, then
-//   objective += w^T M^-1 w,   N += A^T M^-1 A (upper triangle),   u += A^T M^-1 w,
+//   objective += w^T M^-1 w,   N += A^T M^-1 A,   u += A^T M^-1 w,
 // and in the residual pass v = Q B^T M^-1 w. Every product is formed in the order of the
-// generic row-pointer kernels, so the sums are those of a plain evaluation of the same model;
-// the lower triangle of N is mirrored from the upper one at the end of the pass.
+// generic row-pointer kernels, so the sums are bit for bit those of a plain evaluation of the
+// same model. That includes both triangles of the symmetric N: the two differ in the last bit,
+// and the un-pivoted inversion of N turns a one-bit change into visible changes of the
+// iteration of ill-conditioned fits (and of which start wins a multi-start fit).
 // Nothing here allocates, calls through a pointer or computes trigonometry per point: the
 // shape's frame (sines and cosines of the angles, the rotation) is made once per pass.
 #ifndef METROFIT_LSQ_POINT_PASS_H
@@ -19,21 +21,33 @@
 #include "lsq/probe_compensation.h"
 #include "lsq/shape.h"
 
+// The loops below run over a shape's fixed sizes (at most 7); unrolled, their sums stay in
+// registers instead of memory.
+#if defined(__GNUC__) && !defined(__clang__)
+#define METROFIT_UNROLL _Pragma("GCC unroll 8")
+#else
+#define METROFIT_UNROLL
+#endif
+
 namespace metrofit {
 
 // Gauss-Jordan inversion in place without pivoting, exactly the steps of mInvertMatrix on a
 // fixed-size array: a pivot that is not safely normal ends the sweep, leaving the matrix partly
 // transformed (the engine carries on with it, as with every singular system).
 template <int m>
-inline void InvertInPlace(double (&a)[m][m]) {
+METROFIT_ALWAYS_INLINE void InvertInPlace(double (&a)[m][m]) {
+  METROFIT_UNROLL
   for (int k = 0; k < m; ++k) {
     const double p = a[k][k];
     if (!(std::fabs(p) > kSmallestNormal)) return;
+    METROFIT_UNROLL
     for (int i = 0; i < m; ++i)
       if (i != k) a[i][k] /= p;
     a[k][k] = 1.0 / p;
+    METROFIT_UNROLL
     for (int j = 0; j < m; ++j) {
       if (j == k) continue;
+      METROFIT_UNROLL
       for (int i = 0; i < m; ++i)
         if (i != k) a[i][j] -= a[i][k] * a[k][j];
       a[k][j] = -(a[k][k] * a[k][j]);
@@ -45,26 +59,35 @@ inline void InvertInPlace(double (&a)[m][m]) {
 // the diagonal alone; a non-finite B takes the literal product, whose 0 * inf terms make the
 // NaN that the generic kernels make.
 template <int m>
-inline void PointWeight(const double (&B)[m][3], double (&M)[m][m]) {
+METROFIT_ALWAYS_INLINE void PointWeight(const double (&B)[m][3], double (&M)[m][m]) {
   double check = 0.0;
+  METROFIT_UNROLL
   for (int i = 0; i < m; ++i) check += B[i][0] + B[i][1] + B[i][2];
   if (std::isfinite(check)) {
+    METROFIT_UNROLL
     for (int i = 0; i < m; ++i)
+      METROFIT_UNROLL
       for (int j = 0; j < m; ++j)
         M[i][j] = (B[i][0] * kCofactor) * B[j][0] + (B[i][1] * kCofactor) * B[j][1] +
                   (B[i][2] * kCofactor) * B[j][2];
     return;
   }
   double BQ[m][3];
+  METROFIT_UNROLL
   for (int i = 0; i < m; ++i)
+    METROFIT_UNROLL
     for (int k = 0; k < 3; ++k) {
       double s = 0.0;
+      METROFIT_UNROLL
       for (int l = 0; l < 3; ++l) s += B[i][l] * (l == k ? kCofactor : 0.0);
       BQ[i][k] = s;
     }
+  METROFIT_UNROLL
   for (int i = 0; i < m; ++i)
+    METROFIT_UNROLL
     for (int j = 0; j < m; ++j) {
       double s = 0.0;
+      METROFIT_UNROLL
       for (int k = 0; k < 3; ++k) s += BQ[i][k] * B[j][k];
       M[i][j] = s;
     }
@@ -72,26 +95,55 @@ inline void PointWeight(const double (&B)[m][3], double (&M)[m][m]) {
 
 // Q B^T (3 x m), with the same care for non-finite B.
 template <int m>
-inline void CofactorTimesBt(const double (&B)[m][3], double (&QBt)[3][m]) {
+METROFIT_ALWAYS_INLINE void CofactorTimesBt(const double (&B)[m][3], double (&QBt)[3][m]) {
   double check = 0.0;
+  METROFIT_UNROLL
   for (int i = 0; i < m; ++i) check += B[i][0] + B[i][1] + B[i][2];
   const bool finite = std::isfinite(check);
+  METROFIT_UNROLL
   for (int j = 0; j < 3; ++j)
+    METROFIT_UNROLL
     for (int c = 0; c < m; ++c) {
       if (finite) {
         QBt[j][c] = kCofactor * B[c][j];
         continue;
       }
       double s = 0.0;
+      METROFIT_UNROLL
       for (int k = 0; k < 3; ++k) s += (j == k ? kCofactor : 0.0) * B[c][k];
       QBt[j][c] = s;
     }
 }
 
+// v = Q B^T M^-1 w, the point's residual vector.
+template <int m>
+METROFIT_ALWAYS_INLINE KPt3<double> Residual(const double (&B)[m][3], const double (&M)[m][m],
+                                             const double (&w)[m]) {
+  double QBt[3][m];
+  CofactorTimesBt<m>(B, QBt);
+  double v[3];
+  METROFIT_UNROLL
+  for (int j = 0; j < 3; ++j) {
+    double QBtM[m];
+    METROFIT_UNROLL
+    for (int c = 0; c < m; ++c) {
+      double s = QBt[j][0] * M[0][c];
+      METROFIT_UNROLL
+      for (int k = 1; k < m; ++k) s += QBt[j][k] * M[k][c];
+      QBtM[c] = s;
+    }
+    double s = QBtM[0] * w[0];
+    METROFIT_UNROLL
+    for (int c = 1; c < m; ++c) s += QBtM[c] * w[c];
+    v[j] = s;
+  }
+  return KPt3<double>(v[0], v[1], v[2]);
+}
+
 // The point the model sees: paraboloid and torus points with the probe radius removed against
 // the current shape, all others as measured.
 template <class Shape>
-inline KPt3<double> ModelPoint(const PassContext& ctx, std::size_t i) {
+METROFIT_ALWAYS_INLINE KPt3<double> ModelPoint(const PassContext& ctx, std::size_t i) {
   const KPt3<double>& p = ctx.in.m_points[i];
   if constexpr (Shape::kProbeCompensated) {
     return CompensateProbe(Shape::kFitType, ctx.in.m_probeRadius, ctx.res, ctx.rotation, p);
@@ -112,74 +164,71 @@ struct PointPass {
     double u[n] = {};
     double objective = 0.0;
     const std::size_t count = ctx.in.m_points.size();
-    Lin lin;
-    for (std::size_t i = 0; i < count; ++i) {
-      Shape::Evaluate(frame, ModelPoint<Shape>(ctx, i), lin);
-      double M[m][m];
-      PointWeight<m>(lin.B, M);
-      InvertInPlace<m>(M);
-      if (ctx.noRedundancy) {
-        objective = kNoRedundancyVarianceFactor;
-      } else {
-        objective += WeightedSquare(lin.w, M);
-      }
-      double AtM[n][m];
-      for (int a = 0; a < n; ++a)
-        for (int j = 0; j < m; ++j) {
-          double s = lin.A[0][a] * M[0][j];
-          for (int k = 1; k < m; ++k) s += lin.A[k][a] * M[k][j];
-          AtM[a][j] = s;
+    Block block;
+    for (std::size_t first = 0; first < count; first += kBlockSize) {
+      const int size = static_cast<int>(count - first < kBlockSize ? count - first : kBlockSize);
+      block.Linearise(ctx, frame, first, size);
+      for (int i = 0; i < size; ++i) {
+        const Lin& lin = block.lin[i];
+        const auto& M = block.M[i];
+        if (ctx.noRedundancy) {
+          objective = kNoRedundancyVarianceFactor;
+        } else {
+          objective += WeightedSquare(lin.w, M);
         }
-      for (int a = 0; a < n; ++a) {
-        for (int b = a; b < n; ++b) {
-          double s = AtM[a][0] * lin.A[0][b];
-          for (int k = 1; k < m; ++k) s += AtM[a][k] * lin.A[k][b];
-          N[a][b] += s;
+        double AtM[n][m];
+        METROFIT_UNROLL
+        for (int a = 0; a < n; ++a)
+          METROFIT_UNROLL
+          for (int j = 0; j < m; ++j) {
+            double s = lin.A[0][a] * M[0][j];
+            METROFIT_UNROLL
+            for (int k = 1; k < m; ++k) s += lin.A[k][a] * M[k][j];
+            AtM[a][j] = s;
+          }
+        METROFIT_UNROLL
+        for (int a = 0; a < n; ++a) {
+          METROFIT_UNROLL
+          for (int b = 0; b < n; ++b) {
+            double s = AtM[a][0] * lin.A[0][b];
+            METROFIT_UNROLL
+            for (int k = 1; k < m; ++k) s += AtM[a][k] * lin.A[k][b];
+            N[a][b] += s;
+          }
+          double s = AtM[a][0] * lin.w[0];
+          METROFIT_UNROLL
+          for (int k = 1; k < m; ++k) s += AtM[a][k] * lin.w[k];
+          u[a] += s;
         }
-        double s = AtM[a][0] * lin.w[0];
-        for (int k = 1; k < m; ++k) s += AtM[a][k] * lin.w[k];
-        u[a] += s;
       }
     }
+    METROFIT_UNROLL
     for (int a = 0; a < n; ++a) {
-      for (int b = 0; b < n; ++b) sums.N[a][b] = b >= a ? N[a][b] : N[b][a];
+      METROFIT_UNROLL
+      for (int b = 0; b < n; ++b) sums.N[a][b] = N[a][b];
       sums.u[a] = u[a];
     }
     sums.objective = objective;
   }
 
-  static double Residuals(PassContext& ctx) {
+  static ResidualSums Residuals(PassContext& ctx) {
     const typename Shape::Frame frame(ctx.res);
     const std::size_t count = ctx.in.m_points.size();
     auto& out = ctx.res.m_deviations;
     // One growth of the caller's list for the whole pass, none per point.
     out.reserve(out.size() + count);
-    double sum = 0.0;
+    ResidualSums sums;
     Lin lin;
     for (std::size_t i = 0; i < count; ++i) {
       Shape::Evaluate(frame, ModelPoint<Shape>(ctx, i), lin);
       double M[m][m];
       PointWeight<m>(lin.B, M);
       InvertInPlace<m>(M);
-      double QBt[3][m];
-      CofactorTimesBt<m>(lin.B, QBt);
-      double v[3];
-      for (int j = 0; j < 3; ++j) {
-        double QBtM[m];
-        for (int c = 0; c < m; ++c) {
-          double s = QBt[j][0] * M[0][c];
-          for (int k = 1; k < m; ++k) s += QBt[j][k] * M[k][c];
-          QBtM[c] = s;
-        }
-        double s = QBtM[0] * lin.w[0];
-        for (int c = 1; c < m; ++c) s += QBtM[c] * lin.w[c];
-        v[j] = s;
-      }
-      const KPt3<double> r(v[0], v[1], v[2]);
-      sum += r.Dot(r);
-      out.push_back(r);
+      const KPt3<double> v = Residual(lin.B, M, lin.w);
+      sums.Add(v);
+      out.push_back(v);
     }
-    return sum;
+    return sums;
   }
 
   // The model at one point into row-pointer matrices (the diagonal of Q, B, A, w).
@@ -188,22 +237,53 @@ struct PointPass {
     Q[0][0] = Q[1][1] = Q[2][2] = kCofactor;
     Lin lin;
     Shape::Evaluate(typename Shape::Frame(r), p, lin);
+    METROFIT_UNROLL
     for (int k = 0; k < m; ++k) {
+      METROFIT_UNROLL
       for (int j = 0; j < 3; ++j) B[k][j] = lin.B[k][j];
+      METROFIT_UNROLL
       for (int j = 0; j < n; ++j) A[k][j] = lin.A[k][j];
       w[k][0] = lin.w[k];
     }
   }
 
  private:
-  static double WeightedSquare(const double (&w)[m], const double (&M)[m][m]) {
+  // Points linearised ahead of the sums: the evaluations of a block are independent of each
+  // other, so their square roots and divisions overlap instead of waiting on one another.
+  static constexpr std::size_t kBlockSize = 64;
+  struct Block {
+    Lin lin[kBlockSize];
+    double M[kBlockSize][m][m];
+    void Linearise(const PassContext& ctx, const typename Shape::Frame& frame, std::size_t first,
+                   int size) {
+      for (int i = 0; i < size; ++i)
+        Shape::Evaluate(frame, ModelPoint<Shape>(ctx, first + static_cast<std::size_t>(i)),
+                        lin[i]);
+      for (int i = 0; i < size; ++i) {
+        // Formed and inverted in registers, stored once: reading back part of a just-stored
+        // pair stalls the store forwarding.
+        double local[m][m];
+        PointWeight<m>(lin[i].B, local);
+        InvertInPlace<m>(local);
+        METROFIT_UNROLL
+        for (int k = 0; k < m; ++k)
+          METROFIT_UNROLL
+          for (int l = 0; l < m; ++l) M[i][k][l] = local[k][l];
+      }
+    }
+  };
+
+  static METROFIT_ALWAYS_INLINE double WeightedSquare(const double (&w)[m], const double (&M)[m][m]) {
     double wtM[m];
+    METROFIT_UNROLL
     for (int j = 0; j < m; ++j) {
       double s = w[0] * M[0][j];
+      METROFIT_UNROLL
       for (int k = 1; k < m; ++k) s += w[k] * M[k][j];
       wtM[j] = s;
     }
     double s = wtM[0] * w[0];
+    METROFIT_UNROLL
     for (int j = 1; j < m; ++j) s += wtM[j] * w[j];
     return s;
   }

@@ -57,6 +57,21 @@ struct NormalSums {
   double objective;
 };
 
+// What the residual pass returns besides the appended vectors: their squared sum and the
+// smallest and largest length among them (kSentinel and 0 when nothing was appended).
+struct ResidualSums {
+  double squares = 0.0;
+  double smallest = 1e38;
+  double largest = 0.0;
+
+  void Add(const KPt3<double>& v) {
+    squares += v.Dot(v);
+    const double len = v.Length();
+    if (len < smallest) smallest = len;
+    if (len > largest) largest = len;
+  }
+};
+
 struct PointMoments;
 
 // What one pass over the points reads: the input, the result holding the current parameters,
@@ -82,8 +97,8 @@ struct ShapeDescription {
   void (*writeParameters)(const CFitInput& in, CFitResult& res, double** x);
   // One pass: the normal equations at the parameters held in ctx.res.
   void (*accumulate)(PassContext& ctx, NormalSums& sums);
-  // The residual pass: appends one residual vector per point, returns their squared sum.
-  double (*residuals)(PassContext& ctx);
+  // The residual pass: appends one residual vector per point.
+  ResidualSums (*residuals)(PassContext& ctx);
   // The model at one point into row-pointer matrices (Q diagonal, B, A, w), for callers
   // outside the engine's loop.
   void (*evaluate)(const KPt3<double>& p, const CFitResult& r, double** Q, double** B, double** A,

@@ -47,7 +47,7 @@ constexpr ShapeDescription Describe() {
                           Shape::kEstimator,
                           &Shape::WriteParameters,
                           &Shape::Pass::Accumulate,
-                          &PointPass<Shape>::Residuals,
+                          &Shape::Pass::Residuals,
                           &PointPass<Shape>::Evaluate,
                           FormErrorOf<Shape>()};
 }
@@ -63,10 +63,12 @@ constexpr int kShapeCount = static_cast<int>(sizeof(kShapes) / sizeof(kShapes[0]
 struct NoShape {
   static void WriteParameters(const CFitInput&, CFitResult&, double**) {}
   static void Accumulate(PassContext&, NormalSums& sums) { sums.objective = 0.0; }
-  static double Residuals(PassContext& ctx) {
+  static ResidualSums Residuals(PassContext& ctx) {
     auto& out = ctx.res.m_deviations;
     out.insert(out.end(), ctx.in.m_points.size(), KPt3<double>());
-    return 0.0;
+    ResidualSums sums;
+    if (!ctx.in.m_points.empty()) sums.smallest = 0.0;  // every appended vector is zero
+    return sums;
   }
   static void Evaluate(const KPt3<double>&, const CFitResult&, double**, double**, double**,
                        double**) {}

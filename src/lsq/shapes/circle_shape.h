@@ -33,7 +33,7 @@ struct CircleShape {
   };
   using Pass = PointPass<CircleShape>;
 
-  static void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<2, 6>& lin) {
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<2, 6>& lin) {
     const LocalPoint l(f, p);
     SetPointAndCentre(lin, 0, f.u);
     lin.A[0][3] = l.dhda;

@@ -32,7 +32,7 @@ struct ConeShape {
   };
   using Pass = PointPass<ConeShape>;
 
-  static void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 6>& lin) {
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 6>& lin) {
     const LocalPoint l(f, p);
     const KPt3<double> b = l.nr * f.k - f.u;
     SetPointAndCentre(lin, 0, b);

@@ -35,7 +35,7 @@ struct CylinderShape {
   };
   using Pass = PointPass<CylinderShape>;
 
-  static void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 6>& lin) {
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 6>& lin) {
     const LocalPoint l(f, p);
     SetPointAndCentre(lin, 0, l.nr);
     lin.A[0][3] = l.drhoda;

@@ -40,7 +40,7 @@ struct EllipseShape {
   };
   using Pass = PointPass<EllipseShape>;
 
-  static void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 7>& lin) {
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 7>& lin) {
     const LocalPoint l(f, p);
     const double sa2 = f.sa * f.sa, sb2 = f.sb * f.sb;
     const double s = std::sqrt(l.h * l.h / sa2 + l.rho * l.rho / sb2);

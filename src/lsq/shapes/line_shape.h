@@ -31,7 +31,7 @@ struct LineShape {
   using Frame = ShapeFrame;
   using Pass = MomentPass<LineShape>;
 
-  static void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<2, 5>& lin) {
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<2, 5>& lin) {
     const LocalPoint l(f, p);
     SetPointAndCentre(lin, 0, f.e1);
     lin.A[0][3] = l.dq1da;

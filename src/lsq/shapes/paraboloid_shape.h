@@ -36,7 +36,7 @@ struct ParaboloidShape {
   };
   using Pass = PointPass<ParaboloidShape>;
 
-  static void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 6>& lin) {
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 6>& lin) {
     const LocalPoint l(f, p);
     const double twoF = 2.0 * f.F;
     const KPt3<double> b = l.radial * (1.0 / twoF) - f.u;

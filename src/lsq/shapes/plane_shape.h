@@ -36,7 +36,7 @@ struct PlaneShape {
   };
   using Pass = MomentPass<PlaneShape>;
 
-  static void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 3>& lin) {
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 3>& lin) {
     lin.B[0][0] = f.u.x;
     lin.B[0][1] = f.u.y;
     lin.B[0][2] = f.u.z;

@@ -17,6 +17,7 @@
 
 #include <cmath>
 
+#include "lsq/linearisation.h"
 #include "metrofit.h"
 
 namespace metrofit {
@@ -50,7 +51,7 @@ struct LocalPoint {
   KPt3<double> radial;  // q1 e1 + q2 e2 = rho n_r, defined also on the axis
   KPt3<double> nr;      // radial unit vector n_r
 
-  LocalPoint(const ShapeFrame& f, const KPt3<double>& p) {
+  METROFIT_ALWAYS_INLINE LocalPoint(const ShapeFrame& f, const KPt3<double>& p) {
     d = p - f.c;
     q1 = d.Dot(f.e1);
     q2 = d.Dot(f.e2);

@@ -13,6 +13,7 @@
 #include "lsq/linearisation.h"
 #include "lsq/point_pass.h"
 #include "lsq/shapes/parameter_writing.h"
+#include "lsq/shapes/shape_frame.h"
 
 namespace metrofit {
 
@@ -34,7 +35,7 @@ struct SphereShape {
   };
   using Pass = PointPass<SphereShape>;
 
-  static void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 4>& lin) {
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 4>& lin) {
     const KPt3<double> d = p - f.c;
     const double len = std::sqrt(d.Dot(d));
     const KPt3<double> nrm = d * (1.0 / len);

@@ -39,7 +39,7 @@ struct TorusShape {
   };
   using Pass = PointPass<TorusShape>;
 
-  static void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 7>& lin) {
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 7>& lin) {
     const LocalPoint l(f, p);
     const double radial = l.rho - f.major;
     const double t = std::sqrt(radial * radial + l.h * l.h);
