@@ -4,8 +4,8 @@
 #ifndef METROFIT_LSQ_LINEARISATION_H
 #define METROFIT_LSQ_LINEARISATION_H
 
-// The per-point pieces of every model and of the engine's passes are small and called once per point in the engine's
-// loops: always inlined, so that the loop holds no call.
+// The per-point pieces of every model and of the engine's passes are small and called once per
+// point in the engine's loops: always inlined, so that the loop holds no call.
 #if defined(__GNUC__)
 #define METROFIT_ALWAYS_INLINE inline __attribute__((always_inline))
 #else
@@ -19,13 +19,14 @@ constexpr double kCoordinateSigma = 1.0;
 // Cofactor of one coordinate, Q = kCofactor I: 1e-6 / sigma^2.
 constexpr double kCofactor = 1e-6 / (kCoordinateSigma * kCoordinateSigma);
 
-template <int m, int n>
+// T is double for one point, DoublePair (lsq/lanes.h) for two side by side.
+template <int m, int n, class T = double>
 struct Linearisation {
   static constexpr int kConditions = m;
   static constexpr int kParameters = n;
-  double B[m][3];
-  double A[m][n];
-  double w[m];
+  T B[m][3];
+  T A[m][n];
+  T w[m];
 };
 
 }  // namespace metrofit

@@ -17,6 +17,7 @@
 #include <cstddef>
 
 #include "core/constants.h"
+#include "lsq/lanes.h"
 #include "lsq/linearisation.h"
 #include "lsq/probe_compensation.h"
 #include "lsq/shape.h"
@@ -55,6 +56,30 @@ METROFIT_ALWAYS_INLINE void InvertInPlace(double (&a)[m][m]) {
   }
 }
 
+// The same sweep on two matrices side by side. Returns false, leaving `a` unspecified, as
+// soon as a pivot of either fails the test: the caller then takes each lane alone.
+template <int m>
+METROFIT_ALWAYS_INLINE bool InvertPairInPlace(DoublePair (&a)[m][m]) {
+  METROFIT_UNROLL
+  for (int k = 0; k < m; ++k) {
+    const DoublePair p = a[k][k];
+    if (!(std::fabs(p[0]) > kSmallestNormal && std::fabs(p[1]) > kSmallestNormal)) return false;
+    METROFIT_UNROLL
+    for (int i = 0; i < m; ++i)
+      if (i != k) a[i][k] = a[i][k] / p;
+    a[k][k] = 1.0 / p;
+    METROFIT_UNROLL
+    for (int j = 0; j < m; ++j) {
+      if (j == k) continue;
+      METROFIT_UNROLL
+      for (int i = 0; i < m; ++i)
+        if (i != k) a[i][j] = a[i][j] - a[i][k] * a[k][j];
+      a[k][j] = -(a[k][k] * a[k][j]);
+    }
+  }
+  return true;
+}
+
 // M = B Q B^T. With finite B the zero entries of Q contribute exact zeros and M is formed from
 // the diagonal alone; a non-finite B takes the literal product, whose 0 * inf terms make the
 // NaN that the generic kernels make.
@@ -65,32 +90,29 @@ METROFIT_ALWAYS_INLINE void PointWeight(const double (&B)[m][3], double (&M)[m][
   for (int i = 0; i < m; ++i) check += B[i][0] + B[i][1] + B[i][2];
   if (std::isfinite(check)) {
     METROFIT_UNROLL
-    for (int i = 0; i < m; ++i)
-      METROFIT_UNROLL
-      for (int j = 0; j < m; ++j)
-        M[i][j] = (B[i][0] * kCofactor) * B[j][0] + (B[i][1] * kCofactor) * B[j][1] +
-                  (B[i][2] * kCofactor) * B[j][2];
+    for (int i = 0; i < m; ++i) METROFIT_UNROLL
+    for (int j = 0; j < m; ++j)
+      M[i][j] = (B[i][0] * kCofactor) * B[j][0] + (B[i][1] * kCofactor) * B[j][1] +
+                (B[i][2] * kCofactor) * B[j][2];
     return;
   }
   double BQ[m][3];
   METROFIT_UNROLL
-  for (int i = 0; i < m; ++i)
+  for (int i = 0; i < m; ++i) METROFIT_UNROLL
+  for (int k = 0; k < 3; ++k) {
+    double s = 0.0;
     METROFIT_UNROLL
-    for (int k = 0; k < 3; ++k) {
-      double s = 0.0;
-      METROFIT_UNROLL
-      for (int l = 0; l < 3; ++l) s += B[i][l] * (l == k ? kCofactor : 0.0);
-      BQ[i][k] = s;
-    }
+    for (int l = 0; l < 3; ++l) s += B[i][l] * (l == k ? kCofactor : 0.0);
+    BQ[i][k] = s;
+  }
   METROFIT_UNROLL
-  for (int i = 0; i < m; ++i)
+  for (int i = 0; i < m; ++i) METROFIT_UNROLL
+  for (int j = 0; j < m; ++j) {
+    double s = 0.0;
     METROFIT_UNROLL
-    for (int j = 0; j < m; ++j) {
-      double s = 0.0;
-      METROFIT_UNROLL
-      for (int k = 0; k < 3; ++k) s += BQ[i][k] * B[j][k];
-      M[i][j] = s;
-    }
+    for (int k = 0; k < 3; ++k) s += BQ[i][k] * B[j][k];
+    M[i][j] = s;
+  }
 }
 
 // Q B^T (3 x m), with the same care for non-finite B.
@@ -101,18 +123,17 @@ METROFIT_ALWAYS_INLINE void CofactorTimesBt(const double (&B)[m][3], double (&QB
   for (int i = 0; i < m; ++i) check += B[i][0] + B[i][1] + B[i][2];
   const bool finite = std::isfinite(check);
   METROFIT_UNROLL
-  for (int j = 0; j < 3; ++j)
-    METROFIT_UNROLL
-    for (int c = 0; c < m; ++c) {
-      if (finite) {
-        QBt[j][c] = kCofactor * B[c][j];
-        continue;
-      }
-      double s = 0.0;
-      METROFIT_UNROLL
-      for (int k = 0; k < 3; ++k) s += (j == k ? kCofactor : 0.0) * B[c][k];
-      QBt[j][c] = s;
+  for (int j = 0; j < 3; ++j) METROFIT_UNROLL
+  for (int c = 0; c < m; ++c) {
+    if (finite) {
+      QBt[j][c] = kCofactor * B[c][j];
+      continue;
     }
+    double s = 0.0;
+    METROFIT_UNROLL
+    for (int k = 0; k < 3; ++k) s += (j == k ? kCofactor : 0.0) * B[c][k];
+    QBt[j][c] = s;
+  }
 }
 
 // v = Q B^T M^-1 w, the point's residual vector.
@@ -140,6 +161,71 @@ METROFIT_ALWAYS_INLINE KPt3<double> Residual(const double (&B)[m][3], const doub
   return KPt3<double>(v[0], v[1], v[2]);
 }
 
+// The sums of one pass, N and u held as pairs of adjacent entries. Per point, in the order of
+// the row-pointer kernels:
+//   AtM[a][j] = sum_k A[k][a] M[k][j],   N[a][b] += sum_k AtM[a][k] A[k][b],
+//   u[a] += sum_k AtM[a][k] w[k].
+template <int m, int n>
+struct PairSums {
+  static constexpr int kPairs = (n + 1) / 2;  // an odd row gets a zero partner
+  DoublePair N[n][kPairs];
+  DoublePair u[kPairs];
+  double objective = 0.0;
+
+  PairSums() {
+    for (auto& row : N)
+      for (auto& v : row) v = Splat(0.0);
+    for (auto& v : u) v = Splat(0.0);
+  }
+
+  METROFIT_ALWAYS_INLINE void Add(const double (&A)[m][n], const double (&M)[m][m],
+                                  const double (&w)[m]) {
+    DoublePair Ap[m][kPairs];
+    METROFIT_UNROLL
+    for (int k = 0; k < m; ++k) METROFIT_UNROLL
+    for (int p = 0; p < kPairs; ++p) {
+      Ap[k][p] = MakePair(A[k][2 * p], 2 * p + 1 < n ? A[k][2 * p + 1] : 0.0);
+    }
+    DoublePair AtM[kPairs][m];
+    METROFIT_UNROLL
+    for (int p = 0; p < kPairs; ++p) METROFIT_UNROLL
+    for (int j = 0; j < m; ++j) {
+      DoublePair s = Ap[0][p] * Splat(M[0][j]);
+      METROFIT_UNROLL
+      for (int k = 1; k < m; ++k) s = s + Ap[k][p] * Splat(M[k][j]);
+      AtM[p][j] = s;
+    }
+    METROFIT_UNROLL
+    for (int a = 0; a < n; ++a) {
+      DoublePair coefficient[m];
+      METROFIT_UNROLL
+      for (int k = 0; k < m; ++k) coefficient[k] = Splat(AtM[a / 2][k][a % 2]);
+      METROFIT_UNROLL
+      for (int p = 0; p < kPairs; ++p) {
+        DoublePair s = coefficient[0] * Ap[0][p];
+        METROFIT_UNROLL
+        for (int k = 1; k < m; ++k) s = s + coefficient[k] * Ap[k][p];
+        N[a][p] += s;
+      }
+    }
+    METROFIT_UNROLL
+    for (int p = 0; p < kPairs; ++p) {
+      DoublePair s = AtM[p][0] * Splat(w[0]);
+      METROFIT_UNROLL
+      for (int k = 1; k < m; ++k) s = s + AtM[p][k] * Splat(w[k]);
+      u[p] += s;
+    }
+  }
+
+  void Store(NormalSums& sums) const {
+    for (int a = 0; a < n; ++a) {
+      for (int b = 0; b < n; ++b) sums.N[a][b] = N[a][b / 2][b % 2];
+      sums.u[a] = u[a / 2][a % 2];
+    }
+    sums.objective = objective;
+  }
+};
+
 // The point the model sees: paraboloid and torus points with the probe radius removed against
 // the current shape, all others as measured.
 template <class Shape>
@@ -160,9 +246,7 @@ struct PointPass {
 
   static void Accumulate(PassContext& ctx, NormalSums& sums) {
     const typename Shape::Frame frame(ctx.res);
-    double N[n][n] = {};
-    double u[n] = {};
-    double objective = 0.0;
+    PairSums<m, n> acc;
     const std::size_t count = ctx.in.m_points.size();
     Block block;
     for (std::size_t first = 0; first < count; first += kBlockSize) {
@@ -172,43 +256,14 @@ struct PointPass {
         const Lin& lin = block.lin[i];
         const auto& M = block.M[i];
         if (ctx.noRedundancy) {
-          objective = kNoRedundancyVarianceFactor;
+          acc.objective = kNoRedundancyVarianceFactor;
         } else {
-          objective += WeightedSquare(lin.w, M);
+          acc.objective += WeightedSquare(lin.w, M);
         }
-        double AtM[n][m];
-        METROFIT_UNROLL
-        for (int a = 0; a < n; ++a)
-          METROFIT_UNROLL
-          for (int j = 0; j < m; ++j) {
-            double s = lin.A[0][a] * M[0][j];
-            METROFIT_UNROLL
-            for (int k = 1; k < m; ++k) s += lin.A[k][a] * M[k][j];
-            AtM[a][j] = s;
-          }
-        METROFIT_UNROLL
-        for (int a = 0; a < n; ++a) {
-          METROFIT_UNROLL
-          for (int b = 0; b < n; ++b) {
-            double s = AtM[a][0] * lin.A[0][b];
-            METROFIT_UNROLL
-            for (int k = 1; k < m; ++k) s += AtM[a][k] * lin.A[k][b];
-            N[a][b] += s;
-          }
-          double s = AtM[a][0] * lin.w[0];
-          METROFIT_UNROLL
-          for (int k = 1; k < m; ++k) s += AtM[a][k] * lin.w[k];
-          u[a] += s;
-        }
+        acc.Add(lin.A, M, lin.w);
       }
     }
-    METROFIT_UNROLL
-    for (int a = 0; a < n; ++a) {
-      METROFIT_UNROLL
-      for (int b = 0; b < n; ++b) sums.N[a][b] = N[a][b];
-      sums.u[a] = u[a];
-    }
-    sums.objective = objective;
+    acc.Store(sums);
   }
 
   static ResidualSums Residuals(PassContext& ctx) {
@@ -220,7 +275,7 @@ struct PointPass {
     ResidualSums sums;
     Lin lin;
     for (std::size_t i = 0; i < count; ++i) {
-      Shape::Evaluate(frame, ModelPoint<Shape>(ctx, i), lin);
+      Shape::Evaluate(frame, ToVec3(ModelPoint<Shape>(ctx, i)), lin);
       double M[m][m];
       PointWeight<m>(lin.B, M);
       InvertInPlace<m>(M);
@@ -236,7 +291,7 @@ struct PointPass {
                        double** A, double** w) {
     Q[0][0] = Q[1][1] = Q[2][2] = kCofactor;
     Lin lin;
-    Shape::Evaluate(typename Shape::Frame(r), p, lin);
+    Shape::Evaluate(typename Shape::Frame(r), ToVec3(p), lin);
     METROFIT_UNROLL
     for (int k = 0; k < m; ++k) {
       METROFIT_UNROLL
@@ -256,24 +311,81 @@ struct PointPass {
     double M[kBlockSize][m][m];
     void Linearise(const PassContext& ctx, const typename Shape::Frame& frame, std::size_t first,
                    int size) {
-      for (int i = 0; i < size; ++i)
-        Shape::Evaluate(frame, ModelPoint<Shape>(ctx, first + static_cast<std::size_t>(i)),
+      // Two points side by side, the last one of an odd block alone.
+      int i = 0;
+      for (; i + 1 < size; i += 2) {
+        const std::size_t at = first + static_cast<std::size_t>(i);
+        Linearisation<m, n, DoublePair> two;
+        Shape::Evaluate(frame, ToVec3(ModelPoint<Shape>(ctx, at), ModelPoint<Shape>(ctx, at + 1)),
+                        two);
+        Unpack(two, 0, lin[i]);
+        Unpack(two, 1, lin[i + 1]);
+        if (!WeighPair(two.B, i)) {
+          Weigh(i);
+          Weigh(i + 1);
+        }
+      }
+      if (i < size) {
+        Shape::Evaluate(frame, ToVec3(ModelPoint<Shape>(ctx, first + static_cast<std::size_t>(i))),
                         lin[i]);
-      for (int i = 0; i < size; ++i) {
-        // Formed and inverted in registers, stored once: reading back part of a just-stored
-        // pair stalls the store forwarding.
-        double local[m][m];
-        PointWeight<m>(lin[i].B, local);
-        InvertInPlace<m>(local);
+        Weigh(i);
+      }
+    }
+
+    // M^-1 of point i alone.
+    METROFIT_ALWAYS_INLINE void Weigh(int i) {
+      // Formed and inverted in registers, stored once: reading back part of a just-stored
+      // pair stalls the store forwarding.
+      double local[m][m];
+      PointWeight<m>(lin[i].B, local);
+      InvertInPlace<m>(local);
+      Store(local, M[i]);
+    }
+
+    // M^-1 of points i and i + 1 together; false where either needs the careful path (a
+    // non-finite B or a failing pivot), which the caller then takes for each alone.
+    METROFIT_ALWAYS_INLINE bool WeighPair(const DoublePair (&B)[m][3], int i) {
+      DoublePair check = Splat(0.0);
+      METROFIT_UNROLL
+      for (int k = 0; k < m; ++k) check = check + (B[k][0] + B[k][1] + B[k][2]);
+      if (!(std::isfinite(check[0]) && std::isfinite(check[1]))) return false;
+      DoublePair pair[m][m];
+      METROFIT_UNROLL
+      for (int k = 0; k < m; ++k) METROFIT_UNROLL
+      for (int l = 0; l < m; ++l)
+        pair[k][l] = (B[k][0] * kCofactor) * B[l][0] + (B[k][1] * kCofactor) * B[l][1] +
+                     (B[k][2] * kCofactor) * B[l][2];
+      if (!InvertPairInPlace<m>(pair)) return false;
+      METROFIT_UNROLL
+      for (int k = 0; k < m; ++k) METROFIT_UNROLL
+      for (int l = 0; l < m; ++l) {
+        M[i][k][l] = pair[k][l][0];
+        M[i + 1][k][l] = pair[k][l][1];
+      }
+      return true;
+    }
+
+    static METROFIT_ALWAYS_INLINE void Store(const double (&from)[m][m], double (&to)[m][m]) {
+      METROFIT_UNROLL
+      for (int k = 0; k < m; ++k) METROFIT_UNROLL
+      for (int l = 0; l < m; ++l) to[k][l] = from[k][l];
+    }
+
+    static METROFIT_ALWAYS_INLINE void Unpack(const Linearisation<m, n, DoublePair>& two, int lane,
+                                              Lin& one) {
+      METROFIT_UNROLL
+      for (int k = 0; k < m; ++k) {
         METROFIT_UNROLL
-        for (int k = 0; k < m; ++k)
-          METROFIT_UNROLL
-          for (int l = 0; l < m; ++l) M[i][k][l] = local[k][l];
+        for (int j = 0; j < 3; ++j) one.B[k][j] = two.B[k][j][lane];
+        METROFIT_UNROLL
+        for (int j = 0; j < n; ++j) one.A[k][j] = two.A[k][j][lane];
+        one.w[k] = two.w[k][lane];
       }
     }
   };
 
-  static METROFIT_ALWAYS_INLINE double WeightedSquare(const double (&w)[m], const double (&M)[m][m]) {
+  static METROFIT_ALWAYS_INLINE double WeightedSquare(const double (&w)[m],
+                                                      const double (&M)[m][m]) {
     double wtM[m];
     METROFIT_UNROLL
     for (int j = 0; j < m; ++j) {

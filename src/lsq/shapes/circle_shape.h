@@ -33,16 +33,18 @@ struct CircleShape {
   };
   using Pass = PointPass<CircleShape>;
 
-  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<2, 6>& lin) {
-    const LocalPoint l(f, p);
-    SetPointAndCentre(lin, 0, f.u);
+  template <class T>
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const Vec3<T>& p,
+                                              Linearisation<2, 6, T>& lin) {
+    const LocalPoint<T> l(f, p);
+    SetPointAndCentre(lin, 0, Broadcast<T>(f.u));
     lin.A[0][3] = l.dhda;
     lin.A[0][4] = l.q1;
-    lin.A[0][5] = 0.0;
+    lin.A[0][5] = Filled<T>(0.0);
     SetPointAndCentre(lin, 1, l.nr);
     lin.A[1][3] = l.drhoda;
     lin.A[1][4] = l.drhodb;
-    lin.A[1][5] = -1.0;
+    lin.A[1][5] = Filled<T>(-1.0);
     lin.w[0] = -l.h;
     lin.w[1] = f.r - l.rho;
   }

@@ -32,9 +32,11 @@ struct ConeShape {
   };
   using Pass = PointPass<ConeShape>;
 
-  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 6>& lin) {
-    const LocalPoint l(f, p);
-    const KPt3<double> b = l.nr * f.k - f.u;
+  template <class T>
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const Vec3<T>& p,
+                                              Linearisation<1, 6, T>& lin) {
+    const LocalPoint<T> l(f, p);
+    const Vec3<T> b = Minus(l.nr * f.k, f.u);
     SetPointAndCentre(lin, 0, b);
     lin.A[0][3] = f.k * l.drhoda + l.q2 * f.cb;
     lin.A[0][4] = f.k * l.drhodb - l.q1;

@@ -35,12 +35,14 @@ struct CylinderShape {
   };
   using Pass = PointPass<CylinderShape>;
 
-  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 6>& lin) {
-    const LocalPoint l(f, p);
+  template <class T>
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const Vec3<T>& p,
+                                              Linearisation<1, 6, T>& lin) {
+    const LocalPoint<T> l(f, p);
     SetPointAndCentre(lin, 0, l.nr);
     lin.A[0][3] = l.drhoda;
     lin.A[0][4] = l.drhodb;
-    lin.A[0][5] = -1.0;
+    lin.A[0][5] = Filled<T>(-1.0);
     lin.w[0] = f.r - l.rho;
   }
 

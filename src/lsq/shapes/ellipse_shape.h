@@ -40,11 +40,13 @@ struct EllipseShape {
   };
   using Pass = PointPass<EllipseShape>;
 
-  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 7>& lin) {
-    const LocalPoint l(f, p);
+  template <class T>
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const Vec3<T>& p,
+                                              Linearisation<1, 7, T>& lin) {
+    const LocalPoint<T> l(f, p);
     const double sa2 = f.sa * f.sa, sb2 = f.sb * f.sb;
-    const double s = std::sqrt(l.h * l.h / sa2 + l.rho * l.rho / sb2);
-    const KPt3<double> b = (f.u * (l.h / sa2) + l.radial * (1.0 / sb2)) * (1.0 / s);
+    const T s = Sqrt(l.h * l.h / sa2 + l.rho * l.rho / sb2);
+    const Vec3<T> b = (Scale(f.u, l.h / sa2) + l.radial * (1.0 / sb2)) * (1.0 / s);
     SetPointAndCentre(lin, 0, b);
     lin.A[0][3] = (l.h * l.dhda / sa2 + l.rhoRhoA / sb2) / s;
     lin.A[0][4] = (l.h * l.q1 / sa2 - l.h * l.q1 / sb2) / s;

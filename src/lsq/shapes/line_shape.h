@@ -31,14 +31,16 @@ struct LineShape {
   using Frame = ShapeFrame;
   using Pass = MomentPass<LineShape>;
 
-  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<2, 5>& lin) {
-    const LocalPoint l(f, p);
-    SetPointAndCentre(lin, 0, f.e1);
+  template <class T>
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const Vec3<T>& p,
+                                              Linearisation<2, 5, T>& lin) {
+    const LocalPoint<T> l(f, p);
+    SetPointAndCentre(lin, 0, Broadcast<T>(f.e1));
     lin.A[0][3] = l.dq1da;
     lin.A[0][4] = -l.h;
-    SetPointAndCentre(lin, 1, f.e2);
+    SetPointAndCentre(lin, 1, Broadcast<T>(f.e2));
     lin.A[1][3] = l.g;
-    lin.A[1][4] = 0.0;
+    lin.A[1][4] = Filled<T>(0.0);
     lin.w[0] = -l.q1;
     lin.w[1] = -l.q2;
   }

@@ -36,10 +36,12 @@ struct ParaboloidShape {
   };
   using Pass = PointPass<ParaboloidShape>;
 
-  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 6>& lin) {
-    const LocalPoint l(f, p);
+  template <class T>
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const Vec3<T>& p,
+                                              Linearisation<1, 6, T>& lin) {
+    const LocalPoint<T> l(f, p);
     const double twoF = 2.0 * f.F;
-    const KPt3<double> b = l.radial * (1.0 / twoF) - f.u;
+    const Vec3<T> b = Minus(l.radial * (1.0 / twoF), f.u);
     SetPointAndCentre(lin, 0, b);
     lin.A[0][3] = l.rhoRhoA / twoF + l.q2 * f.cb;
     lin.A[0][4] = -l.q1 * l.h / twoF - l.q1;

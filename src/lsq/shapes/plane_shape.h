@@ -36,13 +36,13 @@ struct PlaneShape {
   };
   using Pass = MomentPass<PlaneShape>;
 
-  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 3>& lin) {
-    lin.B[0][0] = f.u.x;
-    lin.B[0][1] = f.u.y;
-    lin.B[0][2] = f.u.z;
+  template <class T>
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const Vec3<T>& p,
+                                              Linearisation<1, 3, T>& lin) {
+    SetPointAndCentre(lin, 0, Broadcast<T>(f.u));
     lin.A[0][0] = -(p.y * f.ca + p.z * f.sa) * f.cb;
     lin.A[0][1] = p.x * f.cb + p.y * f.sa * f.sb - p.z * f.ca * f.sb;
-    lin.A[0][2] = -1.0;
+    lin.A[0][2] = Filled<T>(-1.0);
     lin.w[0] = f.D - p.Dot(f.u);
   }
 

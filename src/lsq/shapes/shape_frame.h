@@ -17,6 +17,7 @@
 
 #include <cmath>
 
+#include "lsq/lanes.h"
 #include "lsq/linearisation.h"
 #include "metrofit.h"
 
@@ -39,39 +40,40 @@ struct ShapeFrame {
   explicit ShapeFrame(const CFitResult& r) : ShapeFrame(r.m_angles.x, r.m_angles.y, r.m_center) {}
 };
 
-// Local coordinates of one point and their angle derivatives.
+// Local coordinates of one point (or two, T = DoublePair) and their angle derivatives.
+template <class T>
 struct LocalPoint {
-  KPt3<double> d;
-  double q1, q2, h, rho;
-  double g;        // dq2/da
-  double dq1da;    // q2 sin b
-  double dhda;     // -q2 cos b
-  double rhoRhoA;  // rho drho/da = q1 dq1/da + q2 g, defined also on the axis
-  double drhoda, drhodb;
-  KPt3<double> radial;  // q1 e1 + q2 e2 = rho n_r, defined also on the axis
-  KPt3<double> nr;      // radial unit vector n_r
+  Vec3<T> d;
+  T q1, q2, h, rho;
+  T g;        // dq2/da
+  T dq1da;    // q2 sin b
+  T dhda;     // -q2 cos b
+  T rhoRhoA;  // rho drho/da = q1 dq1/da + q2 g, defined also on the axis
+  T drhoda, drhodb;
+  Vec3<T> radial;  // q1 e1 + q2 e2 = rho n_r, defined also on the axis
+  Vec3<T> nr;      // radial unit vector n_r
 
-  METROFIT_ALWAYS_INLINE LocalPoint(const ShapeFrame& f, const KPt3<double>& p) {
-    d = p - f.c;
+  METROFIT_ALWAYS_INLINE LocalPoint(const ShapeFrame& f, const Vec3<T>& p) {
+    d = Minus(p, f.c);
     q1 = d.Dot(f.e1);
     q2 = d.Dot(f.e2);
     h = d.Dot(f.u);
-    rho = std::sqrt(q1 * q1 + q2 * q2);
+    rho = Sqrt(q1 * q1 + q2 * q2);
     g = d.z * f.ca - d.y * f.sa;
     dq1da = q2 * f.sb;
     dhda = -q2 * f.cb;
     rhoRhoA = q1 * dq1da + q2 * g;
     drhoda = rhoRhoA / rho;
     drhodb = -q1 * h / rho;
-    radial = f.e1 * q1 + f.e2 * q2;
+    radial = Scale(f.e1, q1) + Scale(f.e2, q2);
     nr = radial * (1.0 / rho);
   }
 };
 
 // B row k and the centre columns of A row k: a derivative by the centre is minus the
 // derivative by the point.
-template <class Lin>
-inline void SetPointAndCentre(Lin& lin, int k, const KPt3<double>& b) {
+template <class Lin, class T>
+METROFIT_ALWAYS_INLINE void SetPointAndCentre(Lin& lin, int k, const Vec3<T>& b) {
   lin.B[k][0] = b.x;
   lin.B[k][1] = b.y;
   lin.B[k][2] = b.z;

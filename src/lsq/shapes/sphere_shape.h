@@ -35,12 +35,14 @@ struct SphereShape {
   };
   using Pass = PointPass<SphereShape>;
 
-  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 4>& lin) {
-    const KPt3<double> d = p - f.c;
-    const double len = std::sqrt(d.Dot(d));
-    const KPt3<double> nrm = d * (1.0 / len);
+  template <class T>
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const Vec3<T>& p,
+                                              Linearisation<1, 4, T>& lin) {
+    const Vec3<T> d = Minus(p, f.c);
+    const T len = Sqrt(d.Dot(d));
+    const Vec3<T> nrm = d * (1.0 / len);
     SetPointAndCentre(lin, 0, nrm);
-    lin.A[0][3] = -1.0;
+    lin.A[0][3] = Filled<T>(-1.0);
     lin.w[0] = f.r - len;
   }
 

@@ -39,18 +39,20 @@ struct TorusShape {
   };
   using Pass = PointPass<TorusShape>;
 
-  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const KPt3<double>& p, Linearisation<1, 7>& lin) {
-    const LocalPoint l(f, p);
-    const double radial = l.rho - f.major;
-    const double t = std::sqrt(radial * radial + l.h * l.h);
+  template <class T>
+  static METROFIT_ALWAYS_INLINE void Evaluate(const Frame& f, const Vec3<T>& p,
+                                              Linearisation<1, 7, T>& lin) {
+    const LocalPoint<T> l(f, p);
+    const T radial = l.rho - f.major;
+    const T t = Sqrt(radial * radial + l.h * l.h);
     // (rho - R) / rho times the unnormalised radial vector, i.e. (rho - R) n_r.
-    const double scale = radial / l.rho;
-    const KPt3<double> b = (l.radial * scale + f.u * l.h) * (1.0 / t);
+    const T scale = radial / l.rho;
+    const Vec3<T> b = (l.radial * scale + Scale(f.u, l.h)) * (1.0 / t);
     SetPointAndCentre(lin, 0, b);
     lin.A[0][3] = (scale * l.rhoRhoA + l.h * l.dhda) / t;
     lin.A[0][4] = (-scale * l.q1 * l.h + l.h * l.q1) / t;
     lin.A[0][5] = -radial / t;
-    lin.A[0][6] = -1.0;
+    lin.A[0][6] = Filled<T>(-1.0);
     lin.w[0] = f.minor - t;
   }
 

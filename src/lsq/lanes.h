@@ -1,0 +1,146 @@
+// Values of one point or of two points at once.
+//
+// The engine evaluates its models on plain doubles or on pairs of doubles, two points side by
+// side: with GCC and Clang a vector of two (SSE2 on x86-64, part of the baseline), elsewhere a
+// plain pair. Every lane does exactly the scalar operation (no contraction, no reassociation),
+// so a pair gives each point the bits the scalar code gives it; pairs only halve the number
+// of instructions, divisions and square roots included.
+#ifndef METROFIT_LSQ_LANES_H
+#define METROFIT_LSQ_LANES_H
+
+#include <cmath>
+
+#include "metrofit.h"
+
+#if defined(__GNUC__) && defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace metrofit {
+
+#if defined(__GNUC__)
+typedef double DoublePair __attribute__((vector_size(16)));
+inline DoublePair MakePair(double a, double b) {
+  return DoublePair{a, b};
+}
+#else
+struct DoublePair {
+  double v[2];
+  double& operator[](int i) { return v[i]; }
+  double operator[](int i) const { return v[i]; }
+  friend DoublePair operator-(DoublePair a) { return {{-a[0], -a[1]}}; }
+#define METROFIT_PAIR_OP(op)                                  \
+  friend DoublePair operator op(DoublePair a, DoublePair b) { \
+    return {{a[0] op b[0], a[1] op b[1]}};                    \
+  }                                                           \
+  friend DoublePair operator op(double a, DoublePair b) {     \
+    return {{a op b[0], a op b[1]}};                          \
+  }                                                           \
+  friend DoublePair operator op(DoublePair a, double b) {     \
+    return {{a[0] op b, a[1] op b}};                          \
+  }
+  METROFIT_PAIR_OP(+)
+  METROFIT_PAIR_OP(-)
+  METROFIT_PAIR_OP(*)
+  METROFIT_PAIR_OP(/)
+#undef METROFIT_PAIR_OP
+  DoublePair& operator+=(DoublePair b) {
+    v[0] += b[0];
+    v[1] += b[1];
+    return *this;
+  }
+};
+inline DoublePair MakePair(double a, double b) {
+  return DoublePair{{a, b}};
+}
+#endif
+
+inline DoublePair Splat(double v) {
+  return MakePair(v, v);
+}
+
+// A constant as lanes.
+template <class T>
+inline T Filled(double v);
+template <>
+inline double Filled<double>(double v) {
+  return v;
+}
+template <>
+inline DoublePair Filled<DoublePair>(double v) {
+  return Splat(v);
+}
+
+inline double Sqrt(double v) {
+  return std::sqrt(v);
+}
+inline DoublePair Sqrt(DoublePair v) {
+#if defined(__GNUC__) && defined(__SSE2__)
+  return _mm_sqrt_pd(v);
+#else
+  return MakePair(std::sqrt(v[0]), std::sqrt(v[1]));
+#endif
+}
+
+inline double Lane(double v, int) {
+  return v;
+}
+inline double Lane(const DoublePair& v, int i) {
+  return v[i];
+}
+
+// A point or vector whose coordinates are T: double, or DoublePair for two points.
+template <class T>
+struct Vec3 {
+  T x, y, z;
+
+  Vec3() = default;
+  Vec3(T x_, T y_, T z_) : x(x_), y(y_), z(z_) {}
+
+  Vec3 operator+(const Vec3& b) const { return Vec3(x + b.x, y + b.y, z + b.z); }
+  Vec3 operator-(const Vec3& b) const { return Vec3(x - b.x, y - b.y, z - b.z); }
+  Vec3 operator-() const { return Vec3(-x, -y, -z); }
+  // Scaling written s * x, as KPt3 writes it.
+  template <class S>
+  Vec3 operator*(S s) const {
+    return Vec3(s * x, s * y, s * z);
+  }
+  // Against a vector of doubles (a frame direction), summed left to right like KPt3::Dot.
+  T Dot(const KPt3<double>& b) const { return x * b.x + y * b.y + z * b.z; }
+  T Dot(const Vec3& b) const { return x * b.x + y * b.y + z * b.z; }
+};
+
+inline Vec3<double> ToVec3(const KPt3<double>& p) {
+  return Vec3<double>(p.x, p.y, p.z);
+}
+inline Vec3<DoublePair> ToVec3(const KPt3<double>& p, const KPt3<double>& q) {
+  return Vec3<DoublePair>(MakePair(p.x, q.x), MakePair(p.y, q.y), MakePair(p.z, q.z));
+}
+
+// p - c for a point p of lanes and a fixed point c.
+template <class T>
+inline Vec3<T> Minus(const Vec3<T>& p, const KPt3<double>& c) {
+  return Vec3<T>(p.x - c.x, p.y - c.y, p.z - c.z);
+}
+
+// A fixed direction e scaled by s, written s * e as KPt3 writes it.
+template <class T>
+inline Vec3<T> Scale(const KPt3<double>& e, T s) {
+  return Vec3<T>(s * e.x, s * e.y, s * e.z);
+}
+
+// A fixed vector as lanes.
+template <class T>
+inline Vec3<T> Broadcast(const KPt3<double>& e);
+template <>
+inline Vec3<double> Broadcast<double>(const KPt3<double>& e) {
+  return ToVec3(e);
+}
+template <>
+inline Vec3<DoublePair> Broadcast<DoublePair>(const KPt3<double>& e) {
+  return Vec3<DoublePair>(Splat(e.x), Splat(e.y), Splat(e.z));
+}
+
+}  // namespace metrofit
+
+#endif  // METROFIT_LSQ_LANES_H
