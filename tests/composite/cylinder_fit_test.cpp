@@ -24,6 +24,7 @@ namespace metrofit {
 namespace {
 
 using composite_test::Centroid;
+using composite_test::FitAbout;
 using testing::AxisAngle;
 using testing::DistancePointToLine;
 using testing::GeneratorOptions;
@@ -232,19 +233,12 @@ KnownSolution FarCylinder(std::uint64_t seed) {
 TEST(CylinderFit, AxisPointIsTheFootFromTheCallersReferencePoint) {
   const KnownSolution s = FarCylinder(8);
   const Pt c = Centroid(s.points);
-  CFitInput aboutCentroid;
-  aboutCentroid.m_points = s.points;
-  aboutCentroid.m_refPoint = c;
   CFitResult line;
-  ASSERT_EQ(KFitCylinder(aboutCentroid, line), 1);
+  ASSERT_TRUE(FitAbout(KFitCylinder, s.points, c, line));
   for (const Pt ref : {Pt(), c + Pt(8.0, -5.0, 3.0), Pt(-250.0, 1200.0, 40.0)}) {
     SCOPED_TRACE(::testing::Message() << "ref " << ref.x << " " << ref.y << " " << ref.z);
-    CFitInput in;
-    in.m_points = s.points;
-    in.m_refPoint = ref;
     CFitResult out;
-    ASSERT_EQ(KFitCylinder(in, out), 1);
-    EXPECT_EQ(in.m_refPoint, ref);
+    ASSERT_TRUE(FitAbout(KFitCylinder, s.points, ref, out));
     // The axis point is the foot of the perpendicular from the caller's reference point ...
     EXPECT_LT(std::fabs((ref - out.m_center).Dot(out.m_axis)), kLengthFloor);
     // ... on the axis line that the fit about the centroid finds: same direction, radius and
@@ -277,14 +271,14 @@ TEST(CylinderFit, DefaultReferencePointGivesTheFootFromTheOrigin) {
     Pt across = s.truth.axis.Cross(Pt(1.0, 0.0, 0.0));
     across.Normalize();
     const Pt shift = s.truth.axis * 400.0 + across * 300.0;
-    CFitInput in;
-    for (const Pt& p : s.points) in.m_points.push_back(p + shift);
+    std::vector<Pt> pts;
+    for (const Pt& p : s.points) pts.push_back(p + shift);
     CFitResult out;
-    ASSERT_EQ(KFitCylinder(in, out), 1);
+    ASSERT_TRUE(FitAbout(KFitCylinder, pts, Pt(), out));
     EXPECT_LT(std::fabs(out.m_center.Dot(out.m_axis)), kLengthFloor);
     EXPECT_LT(DistancePointToLine(s.truth.centre + shift, out.m_center, out.m_axis), 1e-3);
     // Not a vacuous check: the part's own foot is hundreds of millimetres away.
-    const Pt c = Centroid(in.m_points);
+    const Pt c = Centroid(pts);
     EXPECT_GT(std::fabs((c - out.m_center).Dot(out.m_axis)), 300.0);
   }
 }

@@ -381,9 +381,9 @@ TEST_F(PointStore, ThreadExitReleasesTheRecordsItNeverRestored) {
 // Where the copy lives.
 // ---------------------------------------------------------------------------------------------
 
-TEST_F(PointStore, MissingTemporaryDirectoryFallsBackToTmp) {
-  PrivateTempDir tmp;
-  setenv("TMPDIR", MissingDir(tmp).c_str(), 1);
+// With TMPDIR set to `dir`, a save lands in a file in /tmp and reads back unchanged.
+void ExpectSavedInTmp(const std::string& dir) {
+  setenv("TMPDIR", dir.c_str(), 1);
   const UniquePointSet s = MakeSet(2, 1.0);
   TempPointFile* r = SavePoints(s.get());
   ASSERT_NE(r, nullptr);
@@ -394,17 +394,14 @@ TEST_F(PointStore, MissingTemporaryDirectoryFallsBackToTmp) {
   EXPECT_TRUE(SameCoordinates(*back, *s));
 }
 
+TEST_F(PointStore, MissingTemporaryDirectoryFallsBackToTmp) {
+  PrivateTempDir tmp;
+  ExpectSavedInTmp(MissingDir(tmp));
+}
+
 TEST_F(PointStore, TemporaryDirectoryTooLongForAPathFallsBackToTmp) {
   PrivateTempDir tmp;
-  const std::string longDir = "/" + std::string(5000, 'd');
-  setenv("TMPDIR", longDir.c_str(), 1);
-  const UniquePointSet s = MakeSet(2, 1.0);
-  TempPointFile* r = SavePoints(s.get());
-  ASSERT_NE(r, nullptr);
-  ASSERT_NE(r->file, nullptr);
-  EXPECT_TRUE(StartsWith(FileLocation(r), "/tmp/")) << FileLocation(r);
-  UniquePointSet back(CreatePointSet(2));
-  EXPECT_EQ(RestorePoints(r, back.get()), 0);
+  ExpectSavedInTmp("/" + std::string(5000, 'd'));
 }
 
 TEST_F(PointStore, DirectoryThatGivesNoFileKeepsTheCopyInMemory) {
@@ -564,25 +561,29 @@ TEST_F(PointStoreLifetime, NaNCoordinateFailsTheCircleFitAfterItsFirstSave) {
             kCircleNumericFailure);
 }
 
-TEST_F(PointStoreLifetime, ThousandFailingCircleFitsLeaveNothing) {
-  PrivateTempDir tmp;
-  const std::vector<Pt> pts = Arc(42, true);
+// Runs `fit` on the points `times` times; every run must fail and leave nothing behind.
+void ExpectFailingFitsLeaveNothing(std::int32_t (*fit)(const std::vector<Pt>&),
+                                   const std::vector<Pt>& pts, int times,
+                                   const PrivateTempDir& tmp) {
   const Holdings before = Snapshot(tmp);
   int failed = 0;
-  for (int i = 0; i < 1000; ++i) failed += RunCircleEx(pts) == 0 ? 1 : 0;
-  EXPECT_EQ(failed, 1000);
+  for (int i = 0; i < times; ++i) failed += fit(pts) == 0 ? 1 : 0;
+  EXPECT_EQ(failed, times);
   ExpectSameHoldings(before, Snapshot(tmp));
 }
 
+TEST_F(PointStoreLifetime, ThousandFailingCircleFitsLeaveNothing) {
+  PrivateTempDir tmp;
+  ExpectFailingFitsLeaveNothing([](const std::vector<Pt>& p) { return RunCircleEx(p); },
+                                Arc(42, true), 1000, tmp);
+}
+
 TEST_F(PointStoreLifetime, FailingTorusFitsLeaveNothing) {
+  // Each failing torus fit runs three extended circle fits.
   PrivateTempDir tmp;
   std::vector<Pt> pts = Torus(43);
   pts[7].z = std::numeric_limits<double>::quiet_NaN();
-  const Holdings before = Snapshot(tmp);
-  int failed = 0;
-  for (int i = 0; i < 20; ++i) failed += RunTorus(pts) == 0 ? 1 : 0;
-  EXPECT_EQ(failed, 20);
-  ExpectSameHoldings(before, Snapshot(tmp));
+  ExpectFailingFitsLeaveNothing(RunTorus, pts, 20, tmp);
 }
 
 TEST_F(PointStoreLifetime, SuccessfulCircleAndTorusFitsLeaveNothing) {
