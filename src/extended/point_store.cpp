@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <string>
 
 #if !defined(_WIN32)
 #include <fcntl.h>
@@ -41,7 +42,8 @@ constexpr std::size_t kPathCapacity = 4096;
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 #endif
 
-thread_local const char* t_fallbackDir = nullptr;
+// Test override of kDefaultTempDir (a copy of the caller's text); empty: no override.
+thread_local std::string t_fallbackDir;
 
 // ---------------------------------------------------------------------------------------------
 // This thread's list.
@@ -228,7 +230,7 @@ TempPointFile* SavePoints(const PointSet* points) {
 #if defined(_WIN32)
   return Save(points, nullptr, nullptr);
 #else
-  const char* fallback = t_fallbackDir != nullptr ? t_fallbackDir : kDefaultTempDir;
+  const char* fallback = t_fallbackDir.empty() ? kDefaultTempDir : t_fallbackDir.c_str();
   return Save(points, std::getenv("TMPDIR"), fallback);
 #endif
 }
@@ -281,7 +283,7 @@ void DiscardPendingPointFiles() {
 }
 
 void OverrideFallbackTempDirectory(const char* directory) {
-  t_fallbackDir = directory;
+  t_fallbackDir = directory != nullptr ? directory : "";
 }
 
 }  // namespace metrofit::numeric

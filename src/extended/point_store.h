@@ -69,9 +69,9 @@ std::int32_t PendingPointFileCount();
 // Releases every pending record of this thread. Runs by itself when the thread exits.
 void DiscardPendingPointFiles();
 
-// Test seam, per thread: the directory tried when $TMPDIR gives no file (default /tmp); null
-// restores the default. Pointing it at a missing directory with $TMPDIR missing too leaves the
-// in-memory copy as the only backing.
+// Test seam, per thread: the directory tried when $TMPDIR gives no file (default /tmp; the text
+// is copied); null or empty restores the default. Pointing it at a missing directory with $TMPDIR
+// missing too leaves the in-memory copy as the only backing.
 void OverrideFallbackTempDirectory(const char* directory);
 
 }  // namespace metrofit::numeric
