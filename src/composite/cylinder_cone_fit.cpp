@@ -4,11 +4,19 @@
 //
 // The caller's input is used as the working input of every candidate run, so it ends holding
 // the state of the last candidate fitted; callers may rely on that.
+//
+// Axis point. The cylinder iteration keeps its axis point at the foot of the perpendicular from
+// the input's reference point. The candidates run with the reference point at the centroid
+// (below); the winner's axis point is then moved along its axis to the foot of the
+// perpendicular from the caller's reference point, where the iteration would have put it for
+// that point. Axis line, radius, deviations and form error do not change with the move.
+// The cone's centre is its apex, a point of the shape itself that no reference point moves.
 #include "composite/cylinder_cone_fit.h"
 
 #include <cmath>
 #include <vector>
 
+#include "core/axis_foot.h"
 #include "core/constants.h"
 #include "core/driver.h"
 #include "estimate/estimate_common.h"
@@ -130,6 +138,15 @@ void RunCandidates(int fitType, CFitInput& in, Candidates& c, CandidateTrace* tr
   }
 }
 
+// Moves the cylinder's axis point along the axis of its angles to the foot of the
+// perpendicular from ref; the axis is built as the iteration builds it, the third row of the
+// rotation of (a1, a2, 0).
+void MoveAxisPointToFootFrom(const KPt3<double>& ref, CFitResult& out) {
+  double rot[9];
+  ConvertAnglesToMatrix(out.m_angles.x, out.m_angles.y, 0.0, rot);
+  out.m_center = AxisFoot(ref, out.m_center, KPt3<double>(rot[6], rot[7], rot[8]));
+}
+
 }  // namespace
 
 double SmallestValidRadius(const std::vector<CFitResult>& out) {
@@ -180,7 +197,7 @@ double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateT
   // reference point, and the line start is held through it. From a reference point far from
   // the part (the origin, 500 mm away) that lever arm narrows every candidate's basin below the
   // spacing of the starts, so the candidates run about the centroid; the caller's reference
-  // point is given back afterwards.
+  // point is given back afterwards, and the cylinder's axis point is measured from it.
   const KPt3<double> callerRef = in.m_refPoint;
   in.m_refPoint = c;
   Candidates cand = MakeCandidates(fitType, in, out);
@@ -190,6 +207,7 @@ double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateT
   const int chosen = ChooseCandidate(fitType, cand.out, c);
   if (trace != nullptr) trace->chosen = chosen;
   out = cand.out[chosen];
+  if (fitType == FIT_CYLINDER) MoveAxisPointToFootFrom(callerRef, out);
   return out.m_formError;
 }
 

@@ -19,7 +19,9 @@ struct CandidateTrace {
 };
 
 // Fits a cylinder (fitType 4) or cone (6) from the eighteen candidate axes and copies the
-// best candidate into `out`. Returns the chosen form error, or 0.0 for fewer than 5 points.
+// best candidate into `out`; a cylinder's axis point is the foot of the perpendicular from the
+// caller's m_refPoint, a cone's centre its apex. Returns the chosen form error, or 0.0 for
+// fewer than 5 points.
 double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out,
                          CandidateTrace* trace = nullptr);
 

@@ -7,8 +7,9 @@
 //   3. centred copy read back, centre added again, saved a second time;
 //   4. rotation into the plane frame, in-plane circle (enclosing circle as the fallback);
 //   5. centre back to model space, form value on the input coordinates read back once more.
-// Failures between a save and its restore return at once and leave that file pending in the
-// thread's point store (it is removed when the thread or the process ends).
+// Each saved copy is held in a UniquePointFile until it is read back, so a failure between a
+// save and its restore (an early return or an exception) still releases it before the fit
+// returns.
 //
 // KFitCircleEx starts the extended fit from the least-squares circle's axis (the SVD normal
 // takes its sign from it) and falls back as the least-squares circle entry point does.
@@ -121,8 +122,8 @@ std::int32_t FitCircleEx(double* record, std::int32_t n, const KPt3<double>* poi
   const numeric::UniqueVector x(numeric::CreateVector(kCircleParams));
   if (!plane || !x) return kCircleResourceFailure;
 
-  numeric::TempPointFile* saved = numeric::SavePoints(copy.get());
-  if (saved == nullptr) return kCircleResourceFailure;
+  numeric::UniquePointFile saved(numeric::SavePoints(copy.get()));
+  if (!saved) return kCircleResourceFailure;
 
   for (int k = 0; k < 3; ++k) {
     (*plane)[k] = 0.0;
@@ -135,13 +136,13 @@ std::int32_t FitCircleEx(double* record, std::int32_t n, const KPt3<double>* poi
   StoreCircleNormal(*plane, record);
 
   // The decomposition overwrote the copy: read the centred points back and undo the centring.
-  if (numeric::RestorePoints(saved, copy.get()) != 0) return kCircleResourceFailure;
+  if (numeric::RestorePoints(saved.release(), copy.get()) != 0) return kCircleResourceFailure;
   for (std::int32_t i = 0; i < n; ++i) {
     double* p = copy->Point(i);
     for (int k = 0; k < 3; ++k) p[k] += record[k];
   }
-  saved = numeric::SavePoints(copy.get());
-  if (saved == nullptr) return kCircleResourceFailure;
+  saved.reset(numeric::SavePoints(copy.get()));
+  if (!saved) return kCircleResourceFailure;
 
   numeric::ToPlaneFrame(copy.get(), *plane);
   (*x)[0] = 0.0;
@@ -179,7 +180,7 @@ std::int32_t FitCircleEx(double* record, std::int32_t n, const KPt3<double>* poi
   record[6] = 2.0 * radius;
 
   // Without the input coordinates the form value stays as it was; the circle itself is good.
-  if (numeric::RestorePoints(saved, copy.get()) == 0) {
+  if (numeric::RestorePoints(saved.release(), copy.get()) == 0) {
     record[7] = CircleFormValue(*copy, record, radius, deviations);
   }
   return kStatusOk;

@@ -34,8 +34,8 @@ constexpr std::int32_t kCircleNumericFailure = 3;
 // Fits a circle to n points. `record` holds the previous normal (the sign reference of the new
 // one) on entry and receives centre, normal, diameter and form value; `deviations` (at least n
 // doubles) receives the signed 3-D radial deviations when the form is measured. Returns 0 or one
-// of the statuses above. On some failures after the first save a temporary file stays pending
-// in this thread's point store (point_store.h).
+// of the statuses above. Every copy it parks in the point store (point_store.h) is released
+// before it returns, on every path.
 std::int32_t FitCircleEx(double* record, std::int32_t n, const KPt3<double>* points,
                          double* deviations);
 

@@ -1,29 +1,18 @@
 // Temporary point store; see point_store.h.
 //
-// Two lists hold every record. The thread list (head = newest) is what SavePoints and
-// RestorePoints walk, exactly like a single list would within one thread; being per thread,
-// fits on different threads never see each other's records. The registry is process-wide and
-// locked: it only exists so that files left behind by failed fits are removed when their thread
-// exits (thread-local destructor) or, for threads still running then, when the process exits
-// (atexit handler).
-//
-// Record paths are written only under the registry lock (creation of the file, and the exit
-// handler marking a file it has removed), and read by the owning thread only after it has taken
-// the record out of the registry, so the two never race.
+// Records live in a per-thread list (head = newest), which SavePoints and RestorePoints walk
+// exactly like a single list would within one thread; being per thread, fits on different
+// threads never see each other's records. Nothing is process-wide: an anonymous file needs no
+// clean-up at exit, and a forked child only holds its own duplicates of the descriptors.
 #include "extended/point_store.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <mutex>
-#include <new>
+#include <string>
 
-#if defined(_WIN32)
-#include <process.h>
-#else
+#if !defined(_WIN32)
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -35,7 +24,7 @@ namespace {
 constexpr std::int32_t kRestoreFailed = -1;
 // A short read of more doubles than an int32 holds reports this many.
 constexpr std::int32_t kMaxReportedCount = std::numeric_limits<std::int32_t>::max();
-// Doubles per point in the file.
+// Doubles per point.
 constexpr std::size_t kCoordinates = 3;
 // Bytes of one stored double.
 constexpr std::size_t kDoubleBytes = 8;
@@ -43,101 +32,29 @@ constexpr std::size_t kDoubleBytes = 8;
 constexpr std::size_t kChunkDoubles = 512;
 
 #if !defined(_WIN32)
-// Directory used when TMPDIR is unset, empty or too long for a record's path.
+// Directory tried when $TMPDIR is unset, empty or gives no file.
 constexpr const char* kDefaultTempDir = "/tmp";
-// Unique part of every file name; mkstemp replaces the X characters.
+// Name of the short-lived link of a file made by mkstemp; the X characters become unique.
 constexpr const char* kNameTemplate = "/metrofit-pts-XXXXXX";
+// Room for a directory and the template (PATH_MAX on Linux); a longer directory is skipped.
+constexpr std::size_t kPathCapacity = 4096;
+// Owner read and write only, for the file as long as it is reachable at all.
+constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 #endif
 
-long CurrentProcess() {
-#if defined(_WIN32)
-  return static_cast<long>(_getpid());
-#else
-  return static_cast<long>(getpid());
-#endif
-}
-
-// ---------------------------------------------------------------------------------------------
-// Process-wide registry of live files.
-// ---------------------------------------------------------------------------------------------
-
-struct Registry {
-  std::mutex mutex;
-  TempPointFile* head = nullptr;
-};
-
-void RemoveRegisteredFiles();
-
-#if !defined(_WIN32)
-// fork() while another thread holds the lock would leave the child's copy locked for ever.
-void LockRegistryForFork();
-void UnlockRegistryAfterFork();
-#endif
-
-Registry* MakeRegistry(void* storage) {
-  Registry* r = new (storage) Registry();
-  std::atexit(RemoveRegisteredFiles);
-#if !defined(_WIN32)
-  pthread_atfork(LockRegistryForFork, UnlockRegistryAfterFork, UnlockRegistryAfterFork);
-#endif
-  return r;
-}
-
-// Never destroyed: threads that exit during process shutdown still unregister their records.
-Registry& TheRegistry() {
-  alignas(Registry) static unsigned char storage[sizeof(Registry)];
-  static Registry* const registry = MakeRegistry(storage);
-  return *registry;
-}
-
-#if !defined(_WIN32)
-void LockRegistryForFork() {
-  TheRegistry().mutex.lock();
-}
-void UnlockRegistryAfterFork() {
-  TheRegistry().mutex.unlock();
-}
-#endif
-
-// Caller holds the lock.
-void LinkIntoRegistry(Registry& reg, TempPointFile* r) {
-  r->registryPrev = nullptr;
-  r->registryNext = reg.head;
-  if (reg.head != nullptr) reg.head->registryPrev = r;
-  reg.head = r;
-}
-
-// Caller holds the lock.
-void UnlinkFromRegistry(Registry& reg, TempPointFile* r) {
-  if (r->registryPrev != nullptr) r->registryPrev->registryNext = r->registryNext;
-  if (r->registryNext != nullptr) r->registryNext->registryPrev = r->registryPrev;
-  if (reg.head == r) reg.head = r->registryNext;
-  r->registryPrev = r->registryNext = nullptr;
-}
-
-void Unregister(TempPointFile* r) {
-  Registry& reg = TheRegistry();
-  const std::lock_guard<std::mutex> lock(reg.mutex);
-  UnlinkFromRegistry(reg, r);
-}
-
-// At exit: removes the files of this process's records that are still registered (those of
-// threads still running; exited threads have removed their own). An emptied path tells the
-// owning thread that its file is gone.
-void RemoveRegisteredFiles() {
-  Registry& reg = TheRegistry();
-  const std::lock_guard<std::mutex> lock(reg.mutex);
-  const long self = CurrentProcess();
-  for (TempPointFile* r = reg.head; r != nullptr; r = r->registryNext) {
-    if (r->owner != self || r->path[0] == '\0') continue;
-    std::remove(r->path);
-    r->path[0] = '\0';
-  }
-}
+// Test override of kDefaultTempDir (a copy of the caller's text); empty: no override.
+thread_local std::string t_fallbackDir;
 
 // ---------------------------------------------------------------------------------------------
 // This thread's list.
 // ---------------------------------------------------------------------------------------------
+
+// Closes the file or frees the copy, then the record.
+void Release(TempPointFile* r) {
+  if (r->file != nullptr) std::fclose(r->file);
+  ReleaseBlock(r->memory);
+  ReleaseBlock(r);
+}
 
 class ThreadList {
  public:
@@ -165,69 +82,60 @@ class ThreadList {
       if (p == r) return true;
     return false;
   }
-  void DiscardAll();
+  void DiscardAll() {
+    while (head != nullptr) {
+      TempPointFile* r = head;
+      Unlink(r);
+      Release(r);
+    }
+  }
 };
 
 thread_local ThreadList t_list;
 
-// True when r's file is this process's to remove: not removed yet by the exit handler, and not
-// inherited through fork() (a child sees copies of its parent's records in the forking thread's
-// list and in the registry; the files stay the parent's).
-bool OwnsFile(const TempPointFile* r) {
-  return r->path[0] != '\0' && r->owner == CurrentProcess();
-}
-
-// Takes the record out of the registry (the caller has unlinked it from the thread list),
-// removes its file when it is ours and releases it.
-void Retire(TempPointFile* r) {
-  Unregister(r);
-  if (OwnsFile(r)) std::remove(r->path);
-  ReleaseBlock(r);
-}
-
-void ThreadList::DiscardAll() {
-  while (head != nullptr) {
-    TempPointFile* r = head;
-    Unlink(r);
-    Retire(r);
-  }
-}
-
 // ---------------------------------------------------------------------------------------------
-// File creation and byte order.
+// Anonymous files.
 // ---------------------------------------------------------------------------------------------
 
-// Creates the file under a fresh unique name written into r->path and registers r, both under
-// the lock. Null when no file could be created.
-std::FILE* CreateRegisteredFile(TempPointFile* r) {
-  Registry& reg = TheRegistry();
-  const std::lock_guard<std::mutex> lock(reg.mutex);
 #if defined(_WIN32)
-  if (tmpnam_s(r->path, kTempPathCapacity) != 0) return nullptr;
+// The runtime's temporary file, deleted when it is closed; its directory is the runtime's.
+std::FILE* OpenAnonymousFile(const char* /*directory*/) {
   std::FILE* f = nullptr;
-  if (fopen_s(&f, r->path, "wb") != 0 || f == nullptr) return nullptr;
+  return tmpfile_s(&f) == 0 ? f : nullptr;
+}
 #else
-  const char* dir = std::getenv("TMPDIR");
-  const std::size_t room = kTempPathCapacity - std::strlen(kNameTemplate) - 1;
-  if (dir == nullptr || dir[0] == '\0' || std::strlen(dir) > room) dir = kDefaultTempDir;
-  std::snprintf(r->path, kTempPathCapacity, "%s%s", dir, kNameTemplate);
-  const int fd = mkstemp(r->path);  // O_CREAT | O_EXCL, mode 0600
-  if (fd < 0) {
-    r->path[0] = '\0';
-    return nullptr;
-  }
-  fchmod(fd, S_IRUSR | S_IWUSR);  // owner-only whatever the runtime's default
-  std::FILE* f = fdopen(fd, "wb");
-  if (f == nullptr) {
-    close(fd);
-    std::remove(r->path);
-    r->path[0] = '\0';
-    return nullptr;
-  }
+// Descriptor of a new file in dir that has no name, or -1.
+int OpenUnnamedFile(const char* dir) {
+#if defined(O_TMPFILE)
+  const int anonymous = open(dir, O_TMPFILE | O_RDWR | O_CLOEXEC, kOwnerOnly);
+  if (anonymous >= 0) return anonymous;
+    // A filesystem without O_TMPFILE refuses it (EOPNOTSUPP, EISDIR on old kernels): the named
+    // route below still works there; a missing directory fails there too.
 #endif
-  LinkIntoRegistry(reg, r);
+  char path[kPathCapacity];
+  const int length = std::snprintf(path, sizeof path, "%s%s", dir, kNameTemplate);
+  if (length < 0 || static_cast<std::size_t>(length) >= sizeof path) return -1;
+  const int fd = mkstemp(path);  // O_CREAT | O_EXCL
+  if (fd < 0) return -1;
+  fchmod(fd, kOwnerOnly);  // whatever the runtime's default mode
+  // The name goes at once: from here on a killed process cannot leave it behind.
+  if (unlink(path) != 0) {
+    close(fd);
+    return -1;
+  }
+  fcntl(fd, F_SETFD, FD_CLOEXEC);  // a program started by exec must not keep the storage alive
+  return fd;
+}
+
+std::FILE* OpenAnonymousFile(const char* dir) {
+  if (dir == nullptr || dir[0] == '\0') return nullptr;
+  const int fd = OpenUnnamedFile(dir);
+  if (fd < 0) return nullptr;
+  std::FILE* f = fdopen(fd, "w+b");
+  if (f == nullptr) close(fd);
   return f;
 }
+#endif
 
 // Bytes of v, least significant first, whatever the host's byte order.
 void EncodeLittleEndian(double v, unsigned char* out) {
@@ -261,8 +169,9 @@ std::size_t WriteDoubles(std::FILE* f, const double* x, std::size_t n) {
   return done;
 }
 
-// Number of whole doubles read.
+// Number of whole doubles read from the start of the file.
 std::size_t ReadDoubles(std::FILE* f, double* x, std::size_t n) {
+  if (std::fseek(f, 0, SEEK_SET) != 0) return 0;
   unsigned char buffer[kChunkDoubles * kDoubleBytes];
   std::size_t done = 0;
   while (done < n) {
@@ -276,45 +185,76 @@ std::size_t ReadDoubles(std::FILE* f, double* x, std::size_t n) {
   return done;
 }
 
-}  // namespace
+// The set written to a new anonymous file in dir; null when none can be made or the write
+// fails (the file then goes with its descriptor).
+std::FILE* WriteAnonymousFile(const PointSet& points, const char* dir) {
+  std::FILE* f = OpenAnonymousFile(dir);
+  if (f == nullptr) return nullptr;
+  const std::size_t n = kCoordinates * static_cast<std::size_t>(points.count);
+  // A failed flush loses data as surely as a short write.
+  if (WriteDoubles(f, points.xyz, n) != n || std::fflush(f) != 0) {
+    std::fclose(f);
+    return nullptr;
+  }
+  return f;
+}
 
-TempPointFile* SavePoints(const PointSet* points) {
+// The set copied into a new block; null when out of memory.
+double* CopyToMemory(const PointSet& points) {
+  const std::size_t n = kCoordinates * static_cast<std::size_t>(points.count);
+  auto* copy = static_cast<double*>(AllocateBlock(n * sizeof(double)));
+  if (copy != nullptr) std::memcpy(copy, points.xyz, n * sizeof(double));
+  return copy;
+}
+
+// Saves into a file in the first directory that gives one, else into memory.
+TempPointFile* Save(const PointSet* points, const char* first, const char* second) {
   if (points == nullptr || points->count < 1) return nullptr;
   auto* r = static_cast<TempPointFile*>(AllocateBlock(sizeof(TempPointFile)));
   if (r == nullptr) return nullptr;
-  std::memset(r->path, 0, sizeof r->path);
-  r->registryPrev = r->registryNext = nullptr;
-  r->owner = CurrentProcess();
-  t_list.PushFront(r);
-
-  std::FILE* f = CreateRegisteredFile(r);
-  if (f == nullptr) {
-    t_list.Unlink(r);
+  r->count = points->count;
+  r->file = WriteAnonymousFile(*points, first);
+  if (r->file == nullptr && second != nullptr) r->file = WriteAnonymousFile(*points, second);
+  r->memory = r->file == nullptr ? CopyToMemory(*points) : nullptr;
+  if (r->file == nullptr && r->memory == nullptr) {
     ReleaseBlock(r);
     return nullptr;
   }
-  const std::size_t n = kCoordinates * static_cast<std::size_t>(points->count);
-  const bool written = WriteDoubles(f, points->xyz, n) == n;
-  const bool closed = std::fclose(f) == 0;  // a failed flush loses data as surely as a short write
-  if (!written || !closed) {
-    t_list.Unlink(r);
-    Retire(r);
-    return nullptr;
-  }
+  t_list.PushFront(r);
   return r;
 }
 
+}  // namespace
+
+TempPointFile* SavePoints(const PointSet* points) {
+#if defined(_WIN32)
+  return Save(points, nullptr, nullptr);
+#else
+  const char* fallback = t_fallbackDir.empty() ? kDefaultTempDir : t_fallbackDir.c_str();
+  return Save(points, std::getenv("TMPDIR"), fallback);
+#endif
+}
+
+TempPointFile* SavePointsIn(const PointSet* points, const char* directory) {
+  return Save(points, directory, nullptr);
+}
+
 std::int32_t RestorePoints(TempPointFile* record, PointSet* points) {
-  if (record == nullptr || t_list.head == nullptr || !t_list.Contains(record))
-    return kRestoreFailed;
+  if (record == nullptr || !t_list.Contains(record)) return kRestoreFailed;
   t_list.Unlink(record);
-  Unregister(record);
 
   std::int32_t status = kRestoreFailed;
-  std::FILE* f = record->path[0] != '\0' ? std::fopen(record->path, "rb") : nullptr;
-  if (f != nullptr && points != nullptr && points->count > 0) {
+  if (points != nullptr && points->count > 0) {
     const std::size_t n = kCoordinates * static_cast<std::size_t>(points->count);
-    const std::size_t got = ReadDoubles(f, points->xyz, n);
+    std::size_t got = 0;
+    if (record->file != nullptr) {
+      got = ReadDoubles(record->file, points->xyz, n);
+    } else {
+      // The same count as the file would give: as many doubles as were saved, at most n.
+      const std::size_t saved = kCoordinates * static_cast<std::size_t>(record->count);
+      got = saved < n ? saved : n;
+      std::memcpy(points->xyz, record->memory, got * sizeof(double));
+    }
     if (got == n) {
       status = 0;
     } else if (got > 0) {
@@ -322,10 +262,14 @@ std::int32_t RestorePoints(TempPointFile* record, PointSet* points) {
                                                                  : kMaxReportedCount;
     }
   }
-  if (f != nullptr) std::fclose(f);
-  if (OwnsFile(record)) std::remove(record->path);
-  ReleaseBlock(record);
+  Release(record);
   return status;
+}
+
+void DiscardPointFile(TempPointFile* record) {
+  if (record == nullptr || !t_list.Contains(record)) return;
+  t_list.Unlink(record);
+  Release(record);
 }
 
 std::int32_t PendingPointFileCount() {
@@ -336,6 +280,10 @@ std::int32_t PendingPointFileCount() {
 
 void DiscardPendingPointFiles() {
   t_list.DiscardAll();
+}
+
+void OverrideFallbackTempDirectory(const char* directory) {
+  t_fallbackDir = directory != nullptr ? directory : "";
 }
 
 }  // namespace metrofit::numeric

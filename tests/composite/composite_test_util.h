@@ -3,6 +3,8 @@
 #ifndef METROFIT_TESTS_COMPOSITE_COMPOSITE_TEST_UTIL_H
 #define METROFIT_TESTS_COMPOSITE_COMPOSITE_TEST_UTIL_H
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdint>
 #include <random>
@@ -34,6 +36,18 @@ inline std::vector<Pt> Roughen(const std::vector<Pt>& pts, double amplitude, std
     out.push_back(p + Pt(u, v, w) * amplitude);
   }
   return out;
+}
+
+// Runs `fit` (KFitCylinder, KFitCone) on the points with the reference point `ref` into
+// `out`; true when it succeeds. The caller's reference point must come back unchanged.
+inline bool FitAbout(std::int32_t (*fit)(CFitInput&, CFitResult&), const std::vector<Pt>& pts,
+                     const Pt& ref, CFitResult& out) {
+  CFitInput in;
+  in.m_points = pts;
+  in.m_refPoint = ref;
+  const bool ok = fit(in, out) == 1;
+  EXPECT_EQ(in.m_refPoint, ref) << "the reference point was not given back";
+  return ok;
 }
 
 // g^T (J^T J)^-1 g, with r the signed orthogonal distances of the points from `shape`, J their

@@ -153,6 +153,39 @@ TEST(ConeFit, RecoversLargeKnownCone) {
   CheckRecovered({2000, 2.0 * kPi / 3.0, 20.0, 10.0 * kDegree, 5.0}, 100, worst);
 }
 
+TEST(ConeFit, ApexIsThePointOfTheConeWhateverTheReferencePoint) {
+  // The cone's centre is its apex, a point of the shape: unlike the cylinder's axis point it is
+  // not moved to a foot from the reference point.
+  GeneratorOptions o;
+  o.pointCount = 80;
+  o.radius = 12.0;
+  o.halfAngle = 20.0 * kDegree;
+  o.length = 20.0;
+  o.noiseMicrometres = 2.0;
+  o.centreOffset = 500.0;
+  o.axisTilt = 0.8;
+  o.seed = 61;
+  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCone, o);
+  const testing::ConvergenceBounds b = testing::BoundsFor(s, kRelativeExcess);
+  const Pt c = composite_test::Centroid(s.points);
+  CFitResult first;
+  bool haveFirst = false;
+  for (const Pt ref : {Pt(), c, c + Pt(30.0, -20.0, 10.0), Pt(-250.0, 1200.0, 40.0)}) {
+    SCOPED_TRACE(::testing::Message() << "ref " << ref.x << " " << ref.y << " " << ref.z);
+    CFitResult out;
+    ASSERT_TRUE(composite_test::FitAbout(KFitCone, s.points, ref, out));
+    EXPECT_LE((out.m_center - s.truth.centre).Length(), b.position + kLengthFloor);
+    EXPECT_LE(DirectedAngle(out.m_axis, s.truth.axis), b.axisAngle + kAngleFloor);
+    if (!haveFirst) {
+      first = out;
+      haveFirst = true;
+    }
+    EXPECT_EQ(out.m_center, first.m_center);
+    EXPECT_EQ(out.m_axis, first.m_axis);
+    EXPECT_EQ(out.m_size2.z, first.m_size2.z);
+  }
+}
+
 TEST(ConeFit, ResultIsAStationaryPointOfTheOrthogonalDistances) {
   // Exact cone points moved by raw 3-D noise: the least-squares cone is unknown, but the
   // gradient of the sum of squared distances must vanish at it.

@@ -4,7 +4,8 @@
 // Reference point. The cylinder iteration keeps its axis point at the foot of the perpendicular
 // from the input's m_refPoint onto the current axis. The fit runs its candidates with the
 // reference point at the centroid (and gives the caller's back), so a part 500 mm from the
-// origin converges as well as one at the origin (RecoversCylindersFarFromTheOrigin...).
+// origin converges as well as one at the origin (RecoversCylindersFarFromTheOrigin...); the
+// reported axis point is the foot from the caller's reference point (AxisPointIsTheFoot...).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -23,6 +24,7 @@ namespace metrofit {
 namespace {
 
 using composite_test::Centroid;
+using composite_test::FitAbout;
 using testing::AxisAngle;
 using testing::DistancePointToLine;
 using testing::GeneratorOptions;
@@ -212,27 +214,72 @@ TEST(CylinderFit, TieGoesToTheNearestEvenWhenTheNearestTookNoPart) {
   EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, Pt()), 2);
 }
 
-TEST(CylinderFit, AxisPointIsTheFootFromTheCentroid) {
+// A cylinder 500 mm from the origin with a tilted axis and micrometre noise.
+KnownSolution FarCylinder(std::uint64_t seed) {
   GeneratorOptions o;
-  o.pointCount = 40;
-  o.noiseMicrometres = 3.0;
-  o.axisTilt = 1.2;
-  o.radius = 6.0;
-  o.centreOffset = 10.0;
-  o.seed = 8;
-  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCylinder, o);
+  o.pointCount = 60;
+  o.noiseMicrometres = 2.0;
+  o.axisTilt = 0.7;
+  o.radius = 15.0;
+  o.length = 30.0;
+  o.centreOffset = 500.0;
+  o.seed = seed;
+  return testing::GenerateKnownSolution(Shape::kCylinder, o);
+}
+
+// Regression: the candidates run about the centroid, and the result used to report the foot of
+// the perpendicular from the centroid; with the default reference point (the origin, 500 mm
+// away) that is a different point of the same axis.
+TEST(CylinderFit, AxisPointIsTheFootFromTheCallersReferencePoint) {
+  const KnownSolution s = FarCylinder(8);
   const Pt c = Centroid(s.points);
-  for (const Pt ref : {Pt(), c, c + Pt(8.0, -5.0, 3.0)}) {
+  CFitResult line;
+  ASSERT_TRUE(FitAbout(KFitCylinder, s.points, c, line));
+  for (const Pt ref : {Pt(), c + Pt(8.0, -5.0, 3.0), Pt(-250.0, 1200.0, 40.0)}) {
     SCOPED_TRACE(::testing::Message() << "ref " << ref.x << " " << ref.y << " " << ref.z);
-    CFitInput in;
-    in.m_points = s.points;
-    in.m_refPoint = ref;
     CFitResult out;
-    ASSERT_EQ(KFitCylinder(in, out), 1);
-    // The candidates run about the centroid, whatever the caller's reference point.
-    EXPECT_NEAR((c - out.m_center).Dot(out.m_axis), 0.0, 1e-9);
-    EXPECT_EQ(in.m_refPoint, ref);
-    EXPECT_LT(DistancePointToLine(s.truth.centre, out.m_center, out.m_axis), 1e-6);
+    ASSERT_TRUE(FitAbout(KFitCylinder, s.points, ref, out));
+    // The axis point is the foot of the perpendicular from the caller's reference point ...
+    EXPECT_LT(std::fabs((ref - out.m_center).Dot(out.m_axis)), kLengthFloor);
+    // ... on the axis line that the fit about the centroid finds: same direction, radius and
+    // statistics, and each axis point on the other's line.
+    EXPECT_EQ(out.m_axis, line.m_axis);
+    EXPECT_EQ(out.m_size1.x, line.m_size1.x);
+    EXPECT_EQ(out.m_sigma, line.m_sigma);
+    EXPECT_EQ(out.m_formError, line.m_formError);
+    EXPECT_LT(DistancePointToLine(out.m_center, line.m_center, line.m_axis), kLengthFloor);
+    EXPECT_LT(DistancePointToLine(s.truth.centre, out.m_center, out.m_axis), 1e-3);
+    EXPECT_LT(AxisAngle(out.m_axis, s.truth.axis), 1e-5);
+  }
+  // The fit about the centroid reports the foot from the centroid.
+  EXPECT_LT(std::fabs((c - line.m_center).Dot(line.m_axis)), kLengthFloor);
+}
+
+TEST(CylinderFit, DefaultReferencePointGivesTheFootFromTheOrigin) {
+  // Cylinders moved 400 mm along their axis and 300 mm across it (a translation keeps the
+  // least-squares solution): the foot from the origin is about 400 mm from the part.
+  for (std::uint64_t seed = 20; seed < 24; ++seed) {
+    SCOPED_TRACE(::testing::Message() << "seed " << seed);
+    GeneratorOptions o;
+    o.pointCount = 60;
+    o.noiseMicrometres = 2.0;
+    o.axisTilt = 0.3 + 0.4 * static_cast<double>(seed - 20);
+    o.radius = 15.0;
+    o.length = 30.0;
+    o.seed = seed;
+    const KnownSolution s = testing::GenerateKnownSolution(Shape::kCylinder, o);
+    Pt across = s.truth.axis.Cross(Pt(1.0, 0.0, 0.0));
+    across.Normalize();
+    const Pt shift = s.truth.axis * 400.0 + across * 300.0;
+    std::vector<Pt> pts;
+    for (const Pt& p : s.points) pts.push_back(p + shift);
+    CFitResult out;
+    ASSERT_TRUE(FitAbout(KFitCylinder, pts, Pt(), out));
+    EXPECT_LT(std::fabs(out.m_center.Dot(out.m_axis)), kLengthFloor);
+    EXPECT_LT(DistancePointToLine(s.truth.centre + shift, out.m_center, out.m_axis), 1e-3);
+    // Not a vacuous check: the part's own foot is hundreds of millimetres away.
+    const Pt c = Centroid(pts);
+    EXPECT_GT(std::fabs((c - out.m_center).Dot(out.m_axis)), 300.0);
   }
 }
 

@@ -307,6 +307,30 @@ TEST(KFitCylinderEx, ExactAndNoisyCylindersAtCmmScaleAreRecovered) {
   }
 }
 
+TEST(KFitCylinderEx, AxisPointIsTheFootFromTheCentroidWhateverTheReferencePoint) {
+  // The refit measures its axis point from the centroid of the points and replaces the point
+  // the least-squares cylinder reported (the foot from the caller's reference point); only the
+  // least-squares axis is carried over, as the refit's start.
+  Rng rng(49);
+  for (int trial = 0; trial < 3; ++trial) {
+    const Pt c = testing::CmmCentre(rng);
+    const Pt a = testing::RandomDirection(rng);
+    const std::vector<Pt> pts = testing::CylinderPoints(rng, 80, c, a, 12.0, 36.0, 6.28, 1e-3);
+    const Pt g = Centroid(pts);
+    for (const Pt ref : {Pt(), g, Pt(-250.0, 1200.0, 40.0)}) {
+      SCOPED_TRACE(::testing::Message()
+                   << "trial " << trial << " ref " << ref.x << " " << ref.y << " " << ref.z);
+      CFitInput in;
+      in.m_points = pts;
+      in.m_refPoint = ref;
+      CFitResult out;
+      ASSERT_EQ(KFitCylinderEx(in, out), 1);
+      EXPECT_LT(std::fabs((g - out.m_center).Dot(out.m_axis)), 1e-9);
+      EXPECT_LT(LineDistance(c, out.m_center, out.m_axis), 0.01);
+    }
+  }
+}
+
 TEST(KFitCylinderEx, NoisyCylindersAgreeWithTheLeastSquaresCylinder) {
   Rng rng(47);
   const double noise = 1e-3;

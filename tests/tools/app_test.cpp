@@ -5,8 +5,10 @@
 #include <cmath>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "point_file.h"
 #include "tools_test_util.h"
 
 namespace {
@@ -142,6 +144,93 @@ TEST(CliRun, SphereThroughTheTool) {
     EXPECT_EQ(o.status, kExitFitFailed);
     EXPECT_TRUE(Contains(o.out, "\"valid\": 0,")) << o.out;
   }
+}
+
+// The three numbers of the JSON array `key` in `json`; NaN when the key is missing.
+KPt3<double> JsonTriple(const std::string& json, const std::string& key) {
+  const std::string start = "\"" + key + "\": [";
+  const std::size_t at = json.find(start);
+  if (at == std::string::npos) {
+    const double nan = std::nan("");
+    return KPt3<double>(nan, nan, nan);
+  }
+  const char* p = json.c_str() + at + start.size();
+  char* end = nullptr;
+  double v[3];
+  for (double& x : v) {
+    x = std::strtod(p, &end);
+    p = end + 1;  // past the comma
+  }
+  return KPt3<double>(v[0], v[1], v[2]);
+}
+
+// Exact points of the cylinder of radius 10 about the axis through (400, -150, 220) along
+// (0.3, -0.2, 0.93), normalised: 5 rings of 12 points over 40 mm.
+std::string FarCylinderText() {
+  KPt3<double> a(0.3, -0.2, 0.93);
+  a.Normalize();
+  KPt3<double> u = a.Cross(KPt3<double>(1, 0, 0));
+  u.Normalize();
+  const KPt3<double> v = a.Cross(u);
+  const KPt3<double> c(400, -150, 220);
+  std::ostringstream text;
+  text.precision(17);
+  for (int ring = 0; ring < 5; ++ring) {
+    for (int k = 0; k < 12; ++k) {
+      const double t = 0.5236 * k + 0.1 * ring;
+      const KPt3<double> p =
+          c + a * (-20.0 + 10.0 * ring) + u * (10.0 * std::cos(t)) + v * (10.0 * std::sin(t));
+      text << p.x << ' ' << p.y << ' ' << p.z << '\n';
+    }
+  }
+  return text.str();
+}
+
+TEST(CliRun, CylinderAxisPointIsTheFootFromTheReferencePoint) {
+  const std::string points = FarCylinderText();
+  std::istringstream stream(points);
+  const KPt3<double> byDefault = MeanPoint(metrofit::cli::ReadPoints(stream, "<test>"));
+  KPt3<double> line;
+  KPt3<double> lineAxis;
+  for (const KPt3<double> ref : {byDefault, KPt3<double>(0, 0, 0), KPt3<double>(-1000, 50, 30)}) {
+    SCOPED_TRACE(::testing::Message() << "ref " << ref.x << " " << ref.y << " " << ref.z);
+    std::vector<std::string> args = {"fit", "cylinder", "-", "--json"};
+    if (!(ref == byDefault)) {
+      std::ostringstream r;
+      r.precision(17);
+      r << ref.x << ',' << ref.y << ',' << ref.z;
+      args.insert(args.end(), {"--ref-point", r.str()});
+    }
+    const Outcome o = RunTool(args, points);
+    ASSERT_EQ(o.status, kExitOk) << o.out << o.err;
+    const KPt3<double> centre = JsonTriple(o.out, "centre");
+    const KPt3<double> axis = JsonTriple(o.out, "axis");
+    EXPECT_NEAR((ref - centre).Dot(axis), 0.0, 1e-9);
+    if (ref == byDefault) {
+      line = centre;
+      lineAxis = axis;
+    } else {
+      // The same axis line, another point on it.
+      EXPECT_NEAR((centre - line).Cross(lineAxis).Length(), 0.0, 1e-9);
+    }
+  }
+}
+
+TEST(CliRun, LineAndPlaneReportTheGivenReferencePoint) {
+  const std::string linePoints =
+      "0 0 0\n5 0.01 0\n10 -0.01 0.02\n15 0 0\n20 0.02 -0.01\n25 0 0.01\n30 -0.01 0\n";
+  const std::string planePoints = "0 0 0\n10 0 0.01\n0 10 -0.01\n10 10 0\n5 5 0.02\n";
+  for (const auto& [shape, points] :
+       {std::pair<const char*, const std::string&>{"line", linePoints}, {"plane", planePoints}}) {
+    const Outcome o = RunTool({"fit", shape, "-", "--ref-point", "5,0.5,-0.25", "--json"}, points);
+    EXPECT_EQ(o.status, kExitOk) << shape << o.out;
+    EXPECT_TRUE(Contains(o.out, "\"centre\": [5, 0.5, -0.25],")) << shape << o.out;
+  }
+  // Two points: the line through them, reported at their midpoint.
+  const Outcome two =
+      RunTool({"fit", "line", "-", "--ref-point", "5,0.5,-0.25", "--json"}, "0 0 0\n10 2 4\n");
+  EXPECT_EQ(two.status, kExitOk) << two.out;
+  EXPECT_TRUE(Contains(two.out, "\"centre\": [5, 1, 2],")) << two.out;
 }
 
 TEST(CliRun, AnUnwritableOutputIsAnInternalError) {

@@ -142,4 +142,17 @@ TEST(CliArguments, HelpDocumentsShapesOptionsAndExitStatus) {
   }
 }
 
+TEST(CliArguments, HelpSaysWhatTheReferencePointDoesForEachShape) {
+  const std::string help = HelpText();
+  for (const char* text :
+       {"The point\n", "and the plane report it as their point.", "A line of three or\n",
+        "is held through it and reports it as its point", "two-point line reports the midpoint",
+        "The cylinder's axis\n", "point is the foot of the perpendicular from it on the fitted\n",
+        "cylinder-ex measures its axis point from the mean of the",
+        "A circle or circle-ex from one or two points, or whose\n",
+        "fit failed, is centred on it."}) {
+    EXPECT_NE(help.find(text), std::string::npos) << text;
+  }
+}
+
 }  // namespace
