@@ -12,6 +12,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
 #include <vector>
 
@@ -589,6 +590,41 @@ TEST(BestFit, InverseNormalMatrixAndParametersGoBackToTheCaller) {
     // The final x includes the last, small step that the result fields do not.
     EXPECT_NEAR(f.V[i][0], x[i], 1e-6) << i;
   }
+}
+
+// The engine stops once the variance factor changes by less than 1e-6 between two iterations.
+// The step of that converging iteration goes into the caller's parameter vector, but the result
+// fields, and the residual vectors computed from them, keep the parameters from the start of
+// that iteration: the result is one small step short of the final vector. With 2 mm of noise
+// on the 25 mm sphere the iteration converges slowly enough for that step to be visible.
+TEST(BestFit, ResultHoldsTheParametersFromBeforeTheLastStep) {
+  Fit f(FIT_SPHERE);
+  f.in.m_points = NoisySphere(30, 512, 2.0);
+  Rng rng(513);
+  f.Start(StartNear(FIT_SPHERE, TruthOf(FIT_SPHERE), rng));
+  f.Run();
+  ASSERT_EQ(f.res.m_valid, 1);
+  const Pt c = f.res.m_center;
+  const double r = f.res.m_size1.x;
+  const Pt cFinal(f.V[0][0], f.V[1][0], f.V[2][0]);
+  const double rFinal = f.V[3][0];
+  const double lastStep = std::fmax((cFinal - c).Length(), std::fabs(rFinal - r));
+  // A step was taken, and a small one.
+  EXPECT_GT(lastStep, 1e-11);
+  EXPECT_LT(lastStep, 1e-4);
+  // The residual vectors belong to the result's parameters, not to the final vector.
+  ASSERT_EQ(f.res.m_deviations.size(), f.in.m_points.size());
+  double offResult = 0.0, offFinal = 0.0;
+  for (std::size_t i = 0; i < f.in.m_points.size(); ++i) {
+    const Pt& p = f.in.m_points[i];
+    const double v = f.res.m_deviations[i].Length();
+    offResult = std::fmax(offResult, std::fabs(v - std::fabs((p - c).Length() - r)));
+    offFinal = std::fmax(offFinal, std::fabs(v - std::fabs((p - cFinal).Length() - rFinal)));
+  }
+  std::printf("[info] last step %.3g mm; residuals off the result by %.3g, off the final by %.3g\n",
+              lastStep, offResult, offFinal);
+  EXPECT_LT(offResult, 1e-12);
+  EXPECT_GT(offFinal, 10.0 * offResult);
 }
 
 // Residual vectors v = Q B^T M^-1 w: for the sphere the displacement onto the sphere along the
