@@ -191,14 +191,7 @@ TEST(ConeFit, ResultIsAStationaryPointOfTheOrthogonalDistances) {
 // assignment, which never copies deviation vectors. So the caller's deviation list, m_rms,
 // m_iterations and the smallest and largest deviation stay as the caller's result held them.
 TEST(ConeFit, RefinedConeLeavesDeviationsRmsAndIterationsAsTheCallerHadThem) {
-  GeneratorOptions o;
-  o.pointCount = 40;
-  o.noiseMicrometres = 2.0;
-  o.axisTilt = 0.5;
-  o.radius = 10.0;
-  o.halfAngle = 0.3;
-  o.seed = 5;
-  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCone, o);
+  const KnownSolution s = composite_test::SmallNoisyPart(Shape::kCone, 0.5, 10.0, 5);
   for (bool fresh : {true, false}) {
     SCOPED_TRACE(fresh ? "fresh result" : "result of an earlier fit");
     CFitInput in;
@@ -223,14 +216,7 @@ TEST(ConeFit, RefinedConeLeavesDeviationsRmsAndIterationsAsTheCallerHadThem) {
 }
 
 TEST(ConeFit, CallerInputEndsWithTheLastFittedCandidate) {
-  GeneratorOptions o;
-  o.pointCount = 40;
-  o.noiseMicrometres = 2.0;
-  o.axisTilt = 0.5;
-  o.radius = 10.0;
-  o.halfAngle = 0.3;
-  o.seed = 4;
-  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCone, o);
+  const KnownSolution s = composite_test::SmallNoisyPart(Shape::kCone, 0.5, 10.0, 4);
   CFitInput in;
   in.m_points = s.points;
   CFitResult out;

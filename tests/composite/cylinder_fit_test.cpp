@@ -102,13 +102,7 @@ TEST(CylinderFit, FixedStartsSixToElevenAlwaysDuplicateThreeToFive) {
 // the caller by assignment; assignment never copies deviation vectors, so KFitCylinder returns
 // none and leaves the caller's list as it was. The statistics of the winner do arrive.
 TEST(CylinderFit, ResultGetsNoDeviationVectors) {
-  GeneratorOptions o;
-  o.pointCount = 40;
-  o.noiseMicrometres = 2.0;
-  o.axisTilt = 0.8;
-  o.radius = 8.0;
-  o.seed = 22;
-  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCylinder, o);
+  const KnownSolution s = composite_test::SmallNoisyPart(Shape::kCylinder, 0.8, 8.0, 22);
   for (bool fresh : {true, false}) {
     SCOPED_TRACE(fresh ? "fresh result" : "result of an earlier fit");
     CFitInput in;
@@ -128,13 +122,7 @@ TEST(CylinderFit, ResultGetsNoDeviationVectors) {
 }
 
 TEST(CylinderFit, CallerInputEndsWithTheLastFittedCandidate) {
-  GeneratorOptions o;
-  o.pointCount = 40;
-  o.noiseMicrometres = 2.0;
-  o.axisTilt = 0.8;
-  o.radius = 8.0;
-  o.seed = 21;
-  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCylinder, o);
+  const KnownSolution s = composite_test::SmallNoisyPart(Shape::kCylinder, 0.8, 8.0, 21);
   const Pt c = Centroid(s.points);
   const Pt ref(1.0, -2.0, 3.0);
   CFitInput probe = AfterCentroidStart(s.points);

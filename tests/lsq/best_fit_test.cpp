@@ -509,6 +509,14 @@ std::vector<Pt> NoisySphere(int count, unsigned seed, double noise = kNoise) {
   return pts;
 }
 
+// A free fit of NoisySphere(count, seed, noise) from a start near the generating sphere.
+void FitNoisySphere(Fit* f, int count, unsigned seed, double noise = kNoise) {
+  f->in.m_points = NoisySphere(count, seed, noise);
+  Rng rng(seed + 1);
+  f->Start(StartNear(FIT_SPHERE, TruthOf(FIT_SPHERE), rng));
+  f->Run();
+}
+
 TEST(BestFit, FixedRadiusWithFixedWeightIsReportedExactly) {
   const double given = 25.0031;
   Fit f(FIT_SPHERE);
@@ -560,10 +568,7 @@ TEST(BestFit, FixedFocalLengthIsReportedExactly) {
 // N = 1e6 J^T J over the free parameters, J the Jacobian of the distances (Q = 1e-6 I).
 TEST(BestFit, InverseNormalMatrixAndParametersGoBackToTheCaller) {
   Fit f(FIT_SPHERE);
-  f.in.m_points = NoisySphere(30, 506);
-  Rng rng(507);
-  f.Start(StartNear(FIT_SPHERE, TruthOf(FIT_SPHERE), rng));
-  f.Run();
+  FitNoisySphere(&f, 30, 506);
   ASSERT_EQ(f.res.m_valid, 1);
   const std::vector<double> x = f.Params();
   double jtj[4][4] = {};
@@ -599,10 +604,7 @@ TEST(BestFit, InverseNormalMatrixAndParametersGoBackToTheCaller) {
 // on the 25 mm sphere the iteration converges slowly enough for that step to be visible.
 TEST(BestFit, ResultHoldsTheParametersFromBeforeTheLastStep) {
   Fit f(FIT_SPHERE);
-  f.in.m_points = NoisySphere(30, 512, 2.0);
-  Rng rng(513);
-  f.Start(StartNear(FIT_SPHERE, TruthOf(FIT_SPHERE), rng));
-  f.Run();
+  FitNoisySphere(&f, 30, 512, 2.0);
   ASSERT_EQ(f.res.m_valid, 1);
   const Pt c = f.res.m_center;
   const double r = f.res.m_size1.x;
@@ -631,10 +633,7 @@ TEST(BestFit, ResultHoldsTheParametersFromBeforeTheLastStep) {
 // radial direction (outwards for a point inside), and the statistics built from them.
 TEST(BestFit, ResidualVectorsAndStatistics) {
   Fit f(FIT_SPHERE);
-  f.in.m_points = NoisySphere(25, 508, 0.01);
-  Rng rng(509);
-  f.Start(StartNear(FIT_SPHERE, TruthOf(FIT_SPHERE), rng));
-  f.Run();
+  FitNoisySphere(&f, 25, 508, 0.01);
   ASSERT_EQ(f.res.m_valid, 1);
   ASSERT_EQ(f.res.m_deviations.size(), 25u);
   const Pt c = f.res.m_center;

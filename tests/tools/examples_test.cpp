@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <set>
 #include <sstream>
 #include <string>
@@ -81,16 +82,16 @@ struct ToolRun {
   }
 };
 
-// Runs the file's stated command with the file's path filled in, as JSON; `shape`, when not
-// empty, replaces the stated shape.
-ToolRun RunExample(const std::string& name, const std::string& shape = "") {
+// Runs the file's stated command with the file's path filled in, as JSON, and `shape` in place
+// of the stated shape (the same one for the file's own fit, an extended fit of it otherwise).
+ToolRun RunExample(const std::string& name, const std::string& shape) {
   std::vector<std::string> args = StatedCommand(name);
   ToolRun run;
   if (args.size() < 3) {
     run.err = "no '# fit with: metrofit fit SHAPE FILE' line in " + ExamplePath(name);
     return run;
   }
-  if (!shape.empty()) args[1] = shape;
+  args[1] = shape;
   args[2] = ExamplePath(name);
   args.push_back("--json");
   std::istringstream in;
@@ -101,10 +102,30 @@ ToolRun RunExample(const std::string& name, const std::string& shape = "") {
   return run;
 }
 
-// The run succeeded: exit status 0 and a valid fit.
-void ExpectSucceeded(const ToolRun& run) {
-  EXPECT_EQ(run.status, kExitOk) << run.err << run.json;
-  EXPECT_EQ(run.Number("valid"), 1.0) << run.json;
+// Runs example `name` with each of `shapes` and, once the run succeeded (exit status 0 and a
+// valid fit), hands it to `check`.
+template <class Check>
+void ForEachRun(const std::string& name, std::initializer_list<const char*> shapes, Check check) {
+  for (const char* shape : shapes) {
+    SCOPED_TRACE(shape);
+    const ToolRun run = RunExample(name, shape);
+    EXPECT_EQ(run.status, kExitOk) << run.err << run.json;
+    EXPECT_EQ(run.Number("valid"), 1.0) << run.json;
+    check(run);
+  }
+}
+
+// The reported point lies on the line through `point` along `axis` (any point of it may be
+// reported), and the reported axis runs along it.
+void ExpectAxisLine(const ToolRun& run, const Pt& point, const Pt& axis) {
+  EXPECT_LE(DistancePointToLine(run.Point("centre"), point, axis), kLength);
+  EXPECT_LE(AxisAngle(run.Point("axis"), axis), kAngle);
+}
+
+// The reported centre is `centre` and the reported axis runs along `axis`.
+void ExpectCentreAndAxis(const ToolRun& run, const Pt& centre, const Pt& axis) {
+  EXPECT_LE((run.Point("centre") - centre).Length(), kLength);
+  EXPECT_LE(AxisAngle(run.Point("axis"), axis), kAngle);
 }
 
 TEST(BundledExamples, EveryFileStatesItsCommandAndIsCovered) {
@@ -124,107 +145,81 @@ TEST(BundledExamples, EveryFileStatesItsCommandAndIsCovered) {
 }
 
 TEST(BundledExamples, Line) {
-  const Pt start(100.0, 300.0, 50.0), direction(1.0, 0.25, -0.05);
-  for (const char* shape : {"line", "line-ex"}) {
-    SCOPED_TRACE(shape);
-    const ToolRun run = RunExample("line", shape);
-    ExpectSucceeded(run);
-    EXPECT_LE(DistancePointToLine(run.Point("centre"), start, direction), kLength);
-    EXPECT_LE(AxisAngle(run.Point("axis"), direction), kAngle);
-  }
+  ForEachRun("line", {"line", "line-ex"}, [](const ToolRun& run) {
+    ExpectAxisLine(run, Pt(100.0, 300.0, 50.0), Pt(1.0, 0.25, -0.05));
+  });
 }
 
 TEST(BundledExamples, Plane) {
   const Pt point(310.25, 124.8, 42.6), normal(0.02, -0.035, 1.0);
-  const ToolRun run = RunExample("plane");
-  ExpectSucceeded(run);
-  const Pt n = run.Point("axis");
-  EXPECT_LE(AxisAngle(n, normal), kAngle);
-  EXPECT_LE(std::fabs((point - run.Point("centre")).Dot(n)), kLength);
-  // The distance from the origin, 330 mm away, moves by the normal's error times that lever.
-  EXPECT_NEAR(std::fabs(run.Number("origin_distance")), 44.40094,
-              kLength + kAngle * point.Length());
+  ForEachRun("plane", {"plane"}, [&](const ToolRun& run) {
+    const Pt n = run.Point("axis");
+    EXPECT_LE(AxisAngle(n, normal), kAngle);
+    EXPECT_LE(std::fabs((point - run.Point("centre")).Dot(n)), kLength);
+    // The distance from the origin, 330 mm away, moves by the normal's error times that lever.
+    EXPECT_NEAR(std::fabs(run.Number("origin_distance")), 44.40094,
+                kLength + kAngle * point.Length());
+  });
 }
 
 TEST(BundledExamples, Circle) {
-  const Pt centre(150.32, 220.75, -35.4), axis(0.1, 0.05, 1.0);
-  for (const char* shape : {"circle", "circle-ex"}) {
-    SCOPED_TRACE(shape);
-    const ToolRun run = RunExample("circle", shape);
-    ExpectSucceeded(run);
-    EXPECT_LE((run.Point("centre") - centre).Length(), kLength);
-    EXPECT_LE(AxisAngle(run.Point("axis"), axis), kAngle);
+  ForEachRun("circle", {"circle", "circle-ex"}, [](const ToolRun& run) {
+    ExpectCentreAndAxis(run, Pt(150.32, 220.75, -35.4), Pt(0.1, 0.05, 1.0));
     EXPECT_NEAR(run.Number("radius"), 20.0, kLength);
-  }
+  });
 }
 
 TEST(BundledExamples, Sphere) {
-  const Pt centre(212.438, -148.716, 305.204);
-  for (const char* shape : {"sphere", "sphere-ex"}) {
-    SCOPED_TRACE(shape);
-    const ToolRun run = RunExample("sphere", shape);
-    ExpectSucceeded(run);
-    EXPECT_LE((run.Point("centre") - centre).Length(), kLength);
+  ForEachRun("sphere", {"sphere", "sphere-ex"}, [](const ToolRun& run) {
+    EXPECT_LE((run.Point("centre") - Pt(212.438, -148.716, 305.204)).Length(), kLength);
     EXPECT_NEAR(run.Number("radius"), 12.5, kLength);
-  }
+  });
 }
 
 TEST(BundledExamples, Cylinder) {
-  const Pt point(250.0, -180.0, 120.0), axis(0.15, -0.1, 1.0);
-  for (const char* shape : {"cylinder", "cylinder-ex"}) {
-    SCOPED_TRACE(shape);
-    const ToolRun run = RunExample("cylinder", shape);
-    ExpectSucceeded(run);
-    // Any point of the axis may be reported.
-    EXPECT_LE(DistancePointToLine(run.Point("centre"), point, axis), kLength);
-    EXPECT_LE(AxisAngle(run.Point("axis"), axis), kAngle);
+  ForEachRun("cylinder", {"cylinder", "cylinder-ex"}, [](const ToolRun& run) {
+    ExpectAxisLine(run, Pt(250.0, -180.0, 120.0), Pt(0.15, -0.1, 1.0));
     EXPECT_NEAR(run.Number("radius"), 15.0, kLength);
-  }
+  });
 }
 
 TEST(BundledExamples, Cone) {
-  const Pt apex(180.0, 260.0, 95.0), axis(-0.1, 0.2, 1.0);
-  const ToolRun run = RunExample("cone");
-  ExpectSucceeded(run);
-  // The apex lies 14 mm along the axis beyond the smallest probed section: extrapolated.
-  EXPECT_LE((run.Point("centre") - apex).Length(), 2.0 * kLength);
-  // The cone opens towards its axis, so the direction counts with its sign.
-  EXPECT_LE(DirectedAngle(run.Point("axis"), axis), kAngle);
-  EXPECT_NEAR(run.Number("slope"), std::sqrt(3.0), kLength);  // 1 / tan 30 degrees
+  ForEachRun("cone", {"cone"}, [](const ToolRun& run) {
+    // The apex lies 14 mm along the axis beyond the smallest probed section: extrapolated.
+    EXPECT_LE((run.Point("centre") - Pt(180.0, 260.0, 95.0)).Length(), 2.0 * kLength);
+    // The cone opens towards its axis, so the direction counts with its sign.
+    EXPECT_LE(DirectedAngle(run.Point("axis"), Pt(-0.1, 0.2, 1.0)), kAngle);
+    EXPECT_NEAR(run.Number("slope"), std::sqrt(3.0), kLength);  // 1 / tan 30 degrees
+  });
 }
 
 TEST(BundledExamples, Ellipse) {
-  const Pt centre(330.0, -95.0, 160.0), axis(0.0, -1.0, 0.3);
-  const ToolRun run = RunExample("ellipse");
-  ExpectSucceeded(run);
-  EXPECT_LE((run.Point("centre") - centre).Length(), kLength);
-  EXPECT_LE(AxisAngle(run.Point("axis"), axis), kAngle);
-  EXPECT_NEAR(run.Number("semi_axis_a"), 30.0, kLength);
-  EXPECT_NEAR(run.Number("semi_axis_b"), 18.0, kLength);
+  ForEachRun("ellipse", {"ellipse"}, [](const ToolRun& run) {
+    ExpectCentreAndAxis(run, Pt(330.0, -95.0, 160.0), Pt(0.0, -1.0, 0.3));
+    EXPECT_NEAR(run.Number("semi_axis_a"), 30.0, kLength);
+    EXPECT_NEAR(run.Number("semi_axis_b"), 18.0, kLength);
+  });
 }
 
 TEST(BundledExamples, Paraboloid) {
-  const Pt vertex(140.0, 380.0, -60.0), axis(0.05, -0.08, 1.0);
-  const ToolRun run = RunExample("paraboloid");
-  ExpectSucceeded(run);
-  // On a paraboloid probed out to 40 mm a tilt of the axis and a sideways shift of the vertex
-  // move the surface nearly alike, so the noise leaves both ten times less certain than on
-  // the other shapes (about 20 um and 2e-4 rad here); the focal length is not affected.
-  EXPECT_LE((run.Point("centre") - vertex).Length(), 10.0 * kLength);
-  EXPECT_LE(DirectedAngle(run.Point("axis"), axis), 10.0 * kAngle);
-  EXPECT_NEAR(run.Number("focal_length"), 50.0, kLength);
-  // The outermost ring, measured about the fitted axis.
-  EXPECT_NEAR(run.Number("radial_extent"), 40.0, 10.0 * kLength);
+  ForEachRun("paraboloid", {"paraboloid"}, [](const ToolRun& run) {
+    // On a paraboloid probed out to 40 mm a tilt of the axis and a sideways shift of the vertex
+    // move the surface nearly alike, so the noise leaves both ten times less certain than on
+    // the other shapes (about 20 um and 2e-4 rad here); the focal length is not affected.
+    EXPECT_LE((run.Point("centre") - Pt(140.0, 380.0, -60.0)).Length(), 10.0 * kLength);
+    EXPECT_LE(DirectedAngle(run.Point("axis"), Pt(0.05, -0.08, 1.0)), 10.0 * kAngle);
+    EXPECT_NEAR(run.Number("focal_length"), 50.0, kLength);
+    // The outermost ring, measured about the fitted axis.
+    EXPECT_NEAR(run.Number("radial_extent"), 40.0, 10.0 * kLength);
+  });
 }
 
 TEST(BundledExamples, Torus) {
-  const Pt centre(320.0, 150.0, 80.0), axis(-0.08, 0.12, 1.0);
-  const ToolRun run = RunExample("torus");
-  ExpectSucceeded(run);
-  EXPECT_LE((run.Point("centre") - centre).Length(), kLength);
-  EXPECT_LE(AxisAngle(run.Point("axis"), axis), kAngle);
-  EXPECT_NEAR(run.Number("major_radius"), 40.0, kLength);
-  EXPECT_NEAR(run.Number("minor_radius"), 6.0, kLength);
+  ForEachRun("torus", {"torus"}, [](const ToolRun& run) {
+    ExpectCentreAndAxis(run, Pt(320.0, 150.0, 80.0), Pt(-0.08, 0.12, 1.0));
+    EXPECT_NEAR(run.Number("major_radius"), 40.0, kLength);
+    EXPECT_NEAR(run.Number("minor_radius"), 6.0, kLength);
+  });
 }
 
 }  // namespace
