@@ -30,6 +30,9 @@ int FitAndReport(const Options& options, const Shape& shape, std::vector<KPt3<do
   CFitInput input;
   input.m_refPoint = options.has_ref_point ? options.ref_point : MeanPoint(points);
   input.m_probeRadius = options.probe_radius;
+  input.m_centerParam = options.centre;
+  input.m_axisParam = options.axis;
+  input.m_size1Param = options.radius;
   input.m_points = std::move(points);
   CFitResult result;
   const std::int32_t status = shape.fit(input, result);

@@ -1,8 +1,10 @@
 #include "cli.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <sstream>
 
 #include "shapes.h"
@@ -14,6 +16,14 @@ namespace {
 constexpr char kProbeRadius[] = "--probe-radius";
 constexpr char kRefPoint[] = "--ref-point";
 constexpr char kJson[] = "--json";
+constexpr char kCentre[] = "--centre";
+constexpr char kAxis[] = "--axis";
+constexpr char kRadius[] = "--radius";
+constexpr char kHold[] = "--hold";
+
+// The library takes a nominal axis shorter than this for no direction at all and starts along
+// z instead; the tool refuses it rather than let a typo turn into a different axis.
+constexpr double kMinAxisLength = 1e-4;
 
 bool IsHelp(const std::string& arg) {
   return arg == "--help" || arg == "-h";
@@ -45,6 +55,100 @@ std::string OptionValue(const std::string& name, const std::string& inline_text,
   return args[++*i];
 }
 
+std::string Trimmed(const std::string& text) {
+  const char* blanks = " \t";
+  const std::size_t first = text.find_first_not_of(blanks);
+  if (first == std::string::npos) return std::string();
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+// The number an option takes: finite, and >= 0 or, for `positive`, > 0.
+double NumberValue(const std::string& name, const std::string& text, bool positive) {
+  double value = 0.0;
+  if (!ParseNumber(text, &value) || value < 0.0 || (positive && value == 0.0)) {
+    throw UsageError(name + " needs a finite number " + (positive ? "> 0" : ">= 0") + ", not '" +
+                     text + "'");
+  }
+  return value;
+}
+
+// The point or direction an option takes.
+KPt3<double> PointValue(const std::string& name, const std::string& text) {
+  KPt3<double> point;
+  if (!ParsePoint(text, &point)) {
+    throw UsageError(name + " needs three finite numbers X,Y,Z, not '" + text + "'");
+  }
+  return point;
+}
+
+// A given nominal value starts the fit; components already named by --hold stay held.
+void SetNominal(CFitParam* param, const KPt3<double>& value, int components, bool* given) {
+  param->value = value;
+  for (int k = 0; k < components; ++k) {
+    if (param->mode[k] != kHeld) param->mode[k] = kStartValue;
+  }
+  *given = true;
+}
+
+// --hold x,y,z,axis,radius: the named nominal values are held instead of only starting the fit.
+void ApplyHold(const std::string& list, Options* options) {
+  std::size_t start = 0;
+  while (start <= list.size()) {
+    const std::size_t comma = std::min(list.find(',', start), list.size());
+    const std::string item = Trimmed(list.substr(start, comma - start));
+    if (item == "x" || item == "y" || item == "z") {
+      options->centre.mode[item[0] - 'x'] = kHeld;
+    } else if (item == "axis") {
+      for (int& mode : options->axis.mode) mode = kHeld;
+    } else if (item == "radius") {
+      options->radius.mode[0] = kHeld;
+    } else {
+      throw UsageError("--hold takes x, y, z, axis or radius separated by commas, not '" + list +
+                       "'");
+    }
+    start = comma + 1;
+  }
+}
+
+bool AnyHeld(const CFitParam& param) {
+  return std::find(std::begin(param.mode), std::end(param.mode), kHeld) != std::end(param.mode);
+}
+
+// A held value must have been given: holding the library's default of zero is never meant.
+void CheckHeldValuesGiven(const Options& options) {
+  if (AnyHeld(options.centre) && !options.has_centre) {
+    throw UsageError("--hold x, y or z needs --centre");
+  }
+  if (AnyHeld(options.axis) && !options.has_axis) throw UsageError("--hold axis needs --axis");
+  if (AnyHeld(options.radius) && !options.has_radius) {
+    throw UsageError("--hold radius needs --radius");
+  }
+}
+
+// Every option but --json takes a value.
+void ApplyValueOption(const std::string& name, const std::string& text, Options* options) {
+  if (name == kProbeRadius) {
+    options->probe_radius = NumberValue(name, text, false);
+    options->has_probe_radius = true;
+  } else if (name == kRefPoint) {
+    options->ref_point = PointValue(name, text);
+    options->has_ref_point = true;
+  } else if (name == kCentre) {
+    SetNominal(&options->centre, PointValue(name, text), 3, &options->has_centre);
+  } else if (name == kAxis) {
+    const KPt3<double> axis = PointValue(name, text);
+    if (axis.Length() < kMinAxisLength) {
+      throw UsageError("--axis needs a direction, not '" + text + "'");
+    }
+    SetNominal(&options->axis, axis, 3, &options->has_axis);
+  } else if (name == kRadius) {
+    const double r = NumberValue(name, text, true);
+    SetNominal(&options->radius, KPt3<double>(r, 0.0, 0.0), 1, &options->has_radius);
+  } else {
+    ApplyHold(text, options);
+  }
+}
+
 void ApplyOption(const std::string& arg, const std::vector<std::string>& args, std::size_t* i,
                  Options* options) {
   std::string name, text;
@@ -53,21 +157,14 @@ void ApplyOption(const std::string& arg, const std::vector<std::string>& args, s
   if (name == kJson) {
     if (inline_value) throw UsageError("option --json takes no value");
     options->json = true;
-  } else if (name == kProbeRadius) {
-    text = OptionValue(name, text, inline_value, args, i);
-    if (!ParseNumber(text, &options->probe_radius) || options->probe_radius < 0.0) {
-      throw UsageError("--probe-radius needs a finite number >= 0, not '" + text + "'");
-    }
-    options->has_probe_radius = true;
-  } else if (name == kRefPoint) {
-    text = OptionValue(name, text, inline_value, args, i);
-    if (!ParsePoint(text, &options->ref_point)) {
-      throw UsageError("--ref-point needs three finite numbers X,Y,Z, not '" + text + "'");
-    }
-    options->has_ref_point = true;
-  } else {
+    return;
+  }
+  const char* const value_options[] = {kProbeRadius, kRefPoint, kCentre, kAxis, kRadius, kHold};
+  if (std::find(std::begin(value_options), std::end(value_options), name) ==
+      std::end(value_options)) {
     throw UsageError("unknown option '" + arg + "'");
   }
+  ApplyValueOption(name, OptionValue(name, text, inline_value, args, i), options);
 }
 
 void SetPositionals(const std::vector<std::string>& positionals, Options* options) {
@@ -99,14 +196,8 @@ Options ParseFit(const std::vector<std::string>& args) {
     }
   }
   SetPositionals(positionals, &options);
+  CheckHeldValuesGiven(options);
   return options;
-}
-
-std::string Trimmed(const std::string& text) {
-  const char* blanks = " \t";
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string::npos) return std::string();
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
 }  // namespace
@@ -151,6 +242,7 @@ bool ParsePoint(const std::string& text, KPt3<double>* point) {
 std::string HelpText() {
   std::ostringstream help;
   help << "Usage: metrofit fit SHAPE FILE [--json] [--probe-radius R] [--ref-point X,Y,Z]\n"
+          "                    [--centre X,Y,Z] [--axis X,Y,Z] [--radius R] [--hold LIST]\n"
           "       metrofit --help\n"
           "\n"
           "Fits a geometric feature to the measured points in FILE and prints the result.\n"
@@ -179,6 +271,16 @@ std::string HelpText() {
           "                     axis (cylinder-ex measures its axis point from the mean of the\n"
           "                     points). A circle or circle-ex from one or two points, or whose\n"
           "                     fit failed, is centred on it.\n"
+          "  --centre X,Y,Z     nominal centre (point, apex, vertex) to start the fit from\n"
+          "  --axis X,Y,Z       nominal axis direction (any length) to start the fit from;\n"
+          "                     for a line it acts on the point's z and the first angle\n"
+          "  --radius R         nominal radius to start the fit from; the ellipse starts both\n"
+          "                     semi-axes from it\n"
+          "  --hold LIST        hold nominal values instead of starting from them: a comma-\n"
+          "                     separated choice of x, y, z (centre), axis and radius\n"
+          "                     The least-squares fits (line, plane, circle, sphere, ellipse,\n"
+          "                     paraboloid) use these nominal values; the multi-start and\n"
+          "                     extended fits make their own starts and may ignore them.\n"
           "  -h, --help         show this help\n"
           "\n"
           "Result (JSON key in brackets):\n"

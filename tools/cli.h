@@ -25,7 +25,20 @@ struct Options {
   bool has_probe_radius = false;
   KPt3<double> ref_point;
   bool has_ref_point = false;
+  // Nominal values with the library's constraint modes: kFree where not given, kStartValue
+  // where given, kHeld where named by --hold. Only value.x and mode[0] of `radius` count.
+  CFitParam centre;
+  CFitParam axis;
+  CFitParam radius;
+  bool has_centre = false;
+  bool has_axis = false;
+  bool has_radius = false;
 };
+
+// Constraint modes of a CFitParam component.
+constexpr int kFree = 0;
+constexpr int kHeld = 1;
+constexpr int kStartValue = 2;
 
 // Parses the arguments after the program name. Throws UsageError.
 Options ParseArguments(const std::vector<std::string>& args);

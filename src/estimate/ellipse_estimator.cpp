@@ -2,12 +2,17 @@
 //
 // The circle gives the centre C, unit normal N and radius r; N' is N turned so that
 // (Q0 - C) . N' <= 0. The frame U = (Q1 - Q0)/|Q1 - Q0|, V = N' x U (normalised), W = V x N'
-// gives the orientation angles (rows W, V, N') and the in-plane angles (rows V, N', W). Both
-// semi-axes start at r; the third size is the projection parameter of Q2 on the segment
-// Q0 -> Q1. The centre is moved along N' by h, from a slope k measured between Q0 and Q1 in
-// the rotated frame (h = L / k with L = |Q0 - C|, or the radial difference when k is 0).
+// gives the orientation angles from the rows (W, V, N') and a second set of three angles from
+// the rows (V, N', W), which is stored in m_size3. The centre is moved along N' by h, from a
+// slope k measured between Q0 and Q1 in the rotated frame (h = L / k with L = |Q0 - C|, or the
+// radial difference when k is 0).
 //
-// Parameters: centre x, y, z, angle 1, angle 2, in-plane angle 1, in-plane angle 2.
+// What goes into the parameter vector: centre x, y, z, angle 1, angle 2, and in slots 5 and 6,
+// the model's semi-axes A (along the axis) and B (across it), the first two angles of the rows
+// (V, N', W): values in [0, 2 pi), not lengths. The circle's radius r is written to m_size1.x
+// and m_size1.y of the result only, which the ellipse model does not read, and m_size1.z gets
+// the projection parameter of Q2 on the segment Q0 -> Q1. From this start the iteration does
+// not converge on points of a planar ellipse; a caller supplies the axis and nominal sizes.
 // Degenerate cases: with fewer than three points the repeated points are used as they are.
 #include <cmath>
 

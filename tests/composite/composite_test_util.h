@@ -23,6 +23,20 @@ inline Pt Centroid(const std::vector<Pt>& pts) {
   return c * (1.0 / static_cast<double>(pts.size()));
 }
 
+// Forty points with 2 um of noise on a part of the given radius whose axis is tilted by
+// `axisTilt` from +z (cone: half-angle 0.3): small data for checking what a fit leaves behind.
+inline testing::KnownSolution SmallNoisyPart(testing::Shape shape, double axisTilt, double radius,
+                                             std::uint64_t seed) {
+  testing::GeneratorOptions o;
+  o.pointCount = 40;
+  o.noiseMicrometres = 2.0;
+  o.axisTilt = axisTilt;
+  o.radius = radius;
+  if (shape == testing::Shape::kCone) o.halfAngle = 0.3;
+  o.seed = seed;
+  return testing::GenerateKnownSolution(shape, o);
+}
+
 // Each point moved by independent uniform draws per coordinate in [-amplitude/2, amplitude/2)
 // (standard deviation amplitude / sqrt(12) per coordinate). Unlike the known-solution noise
 // nothing is projected out, so the least-squares solution of the result is not known.

@@ -219,15 +219,37 @@ TEST(ConeFit, ResultIsAStationaryPointOfTheOrthogonalDistances) {
   EXPECT_GT(composite_test::ExcessOverMinimum(off, pts, &offSum), allowed);
 }
 
+// The winning candidate's result comes from the cone refinement, which writes apex, axis, slope,
+// m_sigma, m_formError (peak to valley) and m_valid only; the result is handed over by
+// assignment, which never copies deviation vectors. So the caller's deviation list, m_rms,
+// m_iterations and the smallest and largest deviation stay as the caller's result held them.
+TEST(ConeFit, RefinedConeLeavesDeviationsRmsAndIterationsAsTheCallerHadThem) {
+  const KnownSolution s = composite_test::SmallNoisyPart(Shape::kCone, 0.5, 10.0, 5);
+  for (bool fresh : {true, false}) {
+    SCOPED_TRACE(fresh ? "fresh result" : "result of an earlier fit");
+    CFitInput in;
+    in.m_points = s.points;
+    CFitResult out;
+    if (!fresh) {
+      out.m_deviations = {Pt(1, 2, 3)};
+      out.m_rms = 0.75;
+      out.m_iterations = 9;
+      out.m_minDeviation = 0.125;
+      out.m_maxDeviation = 0.5;
+    }
+    ASSERT_EQ(KFitCone(in, out), 1);
+    EXPECT_GT(out.m_sigma, 0.0);
+    EXPECT_GT(out.m_formError, 0.0);
+    EXPECT_EQ(out.m_deviations.size(), fresh ? 0u : 1u);
+    EXPECT_EQ(out.m_rms, fresh ? 0.0 : 0.75);
+    EXPECT_EQ(out.m_iterations, fresh ? 0 : 9);
+    EXPECT_EQ(out.m_minDeviation, fresh ? 0.0 : 0.125);
+    EXPECT_EQ(out.m_maxDeviation, fresh ? 0.0 : 0.5);
+  }
+}
+
 TEST(ConeFit, CallerInputEndsWithTheLastFittedCandidate) {
-  GeneratorOptions o;
-  o.pointCount = 40;
-  o.noiseMicrometres = 2.0;
-  o.axisTilt = 0.5;
-  o.radius = 10.0;
-  o.halfAngle = 0.3;
-  o.seed = 4;
-  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCone, o);
+  const KnownSolution s = composite_test::SmallNoisyPart(Shape::kCone, 0.5, 10.0, 4);
   CFitInput in;
   in.m_points = s.points;
   CFitResult out;

@@ -100,14 +100,31 @@ TEST(CylinderFit, FixedStartsSixToElevenAlwaysDuplicateThreeToFive) {
   for (int k = 0; k <= 5; ++k) EXPECT_FALSE(skip[k]) << k;
 }
 
+// Every candidate runs the least-squares driver into its own result, which is then handed to
+// the caller by assignment; assignment never copies deviation vectors, so KFitCylinder returns
+// none and leaves the caller's list as it was. The statistics of the winner do arrive.
+TEST(CylinderFit, ResultGetsNoDeviationVectors) {
+  const KnownSolution s = composite_test::SmallNoisyPart(Shape::kCylinder, 0.8, 8.0, 22);
+  for (bool fresh : {true, false}) {
+    SCOPED_TRACE(fresh ? "fresh result" : "result of an earlier fit");
+    CFitInput in;
+    in.m_points = s.points;
+    in.m_refPoint = Centroid(s.points);
+    CFitResult out;
+    if (!fresh) out.m_deviations = {Pt(1, 2, 3), Pt(4, 5, 6)};
+    ASSERT_EQ(KFitCylinder(in, out), 1);
+    ASSERT_EQ(out.m_deviations.size(), fresh ? 0u : 2u);
+    if (!fresh) {
+      EXPECT_EQ(out.m_deviations[1], Pt(4, 5, 6));
+    }
+    EXPECT_GT(out.m_rms, 0.0);
+    EXPECT_GT(out.m_iterations, 0);
+    EXPECT_GT(out.m_maxDeviation, 0.0);
+  }
+}
+
 TEST(CylinderFit, CallerInputEndsWithTheLastFittedCandidate) {
-  GeneratorOptions o;
-  o.pointCount = 40;
-  o.noiseMicrometres = 2.0;
-  o.axisTilt = 0.8;
-  o.radius = 8.0;
-  o.seed = 21;
-  const KnownSolution s = testing::GenerateKnownSolution(Shape::kCylinder, o);
+  const KnownSolution s = composite_test::SmallNoisyPart(Shape::kCylinder, 0.8, 8.0, 21);
   const Pt c = Centroid(s.points);
   const Pt ref(1.0, -2.0, 3.0);
   CFitInput probe = AfterCentroidStart(s.points);

@@ -215,6 +215,46 @@ TEST(TorusCandidates, ShortSegmentBuildsOnlyTheCircleAndThreePointCandidates) {
   EXPECT_NE(starts[0].axis, starts[1].axis);
 }
 
+// A whole torus of 100 points with 5 um of noise, its axis tilted: every candidate start is built.
+TorusData TiltedNoisyTorus(std::uint64_t seed) {
+  TorusCase tc;
+  tc.centre = Pt(180.0, 210.0, -90.0);
+  tc.axis = Pt(-0.3, 0.25, 0.92);
+  tc.major = 60.0;
+  tc.minor = 8.0;
+  tc.count = 100;
+  tc.noise = 0.005;
+  tc.seed = seed;
+  return MakeTorus(tc);
+}
+
+// The cylinder candidate's axis is the cross product of the cylinder axis with the unit vector
+// from the sphere's centre to the cylinder's axis point, not normalised: unless the two are
+// perpendicular it is shorter than 1, and it is used (and, if that candidate wins, left in the
+// caller's input) at that length.
+TEST(TorusCandidates, CylinderStartAxisIsTheUnnormalisedCrossProduct) {
+  const TorusData d = TiltedNoisyTorus(64);
+  CFitInput in;
+  in.m_points = d.points;
+  const std::vector<TorusStart> starts = BuildTorusStarts(in);
+  ASSERT_EQ(starts.size(), 4u) << "precondition: sphere and cylinder starts are built";
+
+  CFitInput sphereIn;
+  sphereIn.m_points = d.points;
+  CFitResult sphere;
+  ASSERT_EQ(KFitSphere(sphereIn, sphere), 1);
+  CFitInput cylIn;
+  cylIn.m_points = d.points;
+  CFitResult cyl;
+  ASSERT_EQ(KFitCylinderEx(cylIn, cyl), 1);
+  Pt d2 = cyl.m_center - sphere.m_center;
+  d2.Normalize();
+  const Pt expected = cyl.m_axis.Cross(d2);
+  EXPECT_EQ(starts[2].axis, expected);
+  EXPECT_EQ(starts[2].centre, sphere.m_center);
+  EXPECT_LT(starts[2].axis.Length(), 1.0 - 1e-6);
+}
+
 // Points with integer coordinates on the torus R = 40, r = 5 about the z axis (tube offsets on
 // the 3-4-5 grid, four meridians along the coordinate axes), in a fixed shuffled order. The
 // circle and the sphere candidates start at different places so close to the torus that both
@@ -276,15 +316,7 @@ TEST(TorusCandidates, EqualRmsKeepsTheEarlierCandidate) {
 // the start values of that candidate (and the angles the driver derived from its axis); the
 // points stay the caller's. The winner is the first valid candidate with the smallest RMS.
 TEST(TorusCandidates, FitReplacesTheCallersInputWithTheWinningCandidates) {
-  TorusCase tc;
-  tc.centre = Pt(180.0, 210.0, -90.0);
-  tc.axis = Pt(-0.3, 0.25, 0.92);
-  tc.major = 60.0;
-  tc.minor = 8.0;
-  tc.count = 100;
-  tc.noise = 0.005;
-  tc.seed = 63;
-  const TorusData d = MakeTorus(tc);
+  const TorusData d = TiltedNoisyTorus(63);
   CFitInput in;
   in.m_points = d.points;
   in.m_refDirection = Pt(1.0, 0.0, 0.0);

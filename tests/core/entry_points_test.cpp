@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <string>
 
 #include "core/core_test_util.h"
@@ -188,6 +189,55 @@ TEST(EntryPoints, ParaboloidReportsRadialExtentAboutReportedAxis) {
   const double expect = metrofit::RadialExtent(in.m_points, out.m_center, out.m_axis);
   EXPECT_EQ(out.m_size1.x, expect);
   EXPECT_NE(out.m_size1.x, 9.0);
+}
+
+// A paraboloid fit that fails (points of a flat circle) still has its radius slot replaced by
+// the radial extent about the axis it reports.
+TEST(EntryPoints, ParaboloidReportsRadialExtentAfterAFailedFitToo) {
+  CFitInput in;
+  for (int i = 0; i < 12; ++i) {
+    const double phi = 0.5 * i;
+    in.m_points.push_back(P(10 * std::cos(phi), 10 * std::sin(phi), 0));
+  }
+  in.m_size1Param.value = P(9, 0, 0);
+  CFitResult out;
+  EXPECT_EQ(KFitParaboloid(in, out), 0);
+  EXPECT_EQ(out.m_valid, 0);
+  EXPECT_EQ(out.m_size1.x, metrofit::RadialExtent(in.m_points, out.m_center, out.m_axis));
+  EXPECT_GT(out.m_size1.x, 0.0);
+}
+
+// With no points the engine has nothing to reject: the least-squares fits report success. The
+// spread measures start at -1e38 and 1e38 and come out as -2e38 for the plane and the sphere;
+// the root mean square is 0 / 0.
+TEST(EntryPoints, EmptyPointListIsAValidFitWithSentinelFormErrorAndNaNRms) {
+  const struct {
+    const char* name;
+    std::int32_t (*fit)(CFitInput&, CFitResult&);
+    double formError;
+  } fits[] = {{"plane", &KFitPlane, -2e38},
+              {"sphere", &KFitSphere, -2e38},
+              {"line", &KFitLine, 0.0},
+              {"ellipse", &KFitEllipse, 0.0},
+              {"paraboloid", &KFitParaboloid, 0.0},
+              {"torus", &KFitTorus, 0.0}};
+  for (const auto& f : fits) {
+    SCOPED_TRACE(f.name);
+    CFitInput in;
+    CFitResult out;
+    EXPECT_EQ(f.fit(in, out), 1);
+    EXPECT_EQ(out.m_valid, 1);
+    EXPECT_EQ(out.m_formError, f.formError);
+    EXPECT_TRUE(std::isnan(out.m_rms));
+    EXPECT_TRUE(out.m_deviations.empty());
+  }
+  // The circle, cylinder and cone refuse an empty list.
+  for (auto fit : {&KFitCircle, &KFitCylinder, &KFitCone}) {
+    CFitInput in;
+    CFitResult out;
+    EXPECT_EQ(fit(in, out), 0);
+    EXPECT_EQ(out.m_valid, 0);
+  }
 }
 
 TEST(EntryPoints, ParaboloidWithoutPointsHasZeroExtent) {

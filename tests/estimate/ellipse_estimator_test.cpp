@@ -3,6 +3,7 @@
 #include <cmath>
 #include <random>
 
+#include "estimate/estimate_common.h"
 #include "estimate_test_support.h"
 #include "metrofit.h"
 
@@ -17,7 +18,9 @@ using P = KPt3<double>;
 
 constexpr int kEllipseParams = 7;
 
-TEST(EstimateEllipse, ThreePointsOnARadiusTwoCircleStartBothSemiAxesAtTwo) {
+// The circle's radius goes into m_size1.x and m_size1.y of the result; the model's semi-axes are
+// m_size3.x and m_size3.y, and their parameter slots receive angles (WritesAllSevenFreeParameters).
+TEST(EstimateEllipse, ThreePointsOnARadiusTwoCircleWriteTheRadiusIntoSizeOne) {
   std::mt19937 rng(31);
   std::uniform_real_distribution<double> angle(0.0, 2.0 * kPi);
   const metrofit_test::Frame f = metrofit_test::RandomFrame(rng);
@@ -82,6 +85,44 @@ TEST(EstimateEllipse, LeftoverSlopeMovesTheCentreAlongTheNormalWhenAxialSpreadIs
   in.EstimateEllipse(fresh, m2.constraints(), m2.params());
   EXPECT_EQ(fresh.m_size2.z, 0.0);
   EXPECT_TRUE(PointNear(fresh.m_center, P(0, 0, 0), 0.0));
+}
+
+// Q0 lies on the circle through Q0, Q1, Q2, so (Q0 - C) . N is rounding residue, and that residue
+// decides whether the start frame uses N or -N. Read back from the estimator's orientation
+// angles (delivered as a1, a3, a2, so rebuilt from (x, z, y)), the frame normal is the one whose
+// residue is not positive: -N where (Q0 - C) . N came out positive, N otherwise.
+TEST(EstimateEllipse, StartNormalIsTurnedByTheRoundingResidueOfTheFirstPoint) {
+  std::mt19937 rng(37);
+  std::uniform_real_distribution<double> angle(0.0, 2.0 * kPi), offset(-400.0, 400.0);
+  int turned = 0, kept = 0;
+  for (int trial = 0; trial < 200; ++trial) {
+    const metrofit_test::Frame f = metrofit_test::RandomFrame(rng);
+    const P centre(offset(rng), offset(rng), offset(rng));
+    CFitInput in;
+    for (int k = 0; k < 3; ++k) {
+      const double t = angle(rng);
+      in.m_points.push_back(centre + f.Local(25 * std::cos(t), 25 * std::sin(t), 0));
+    }
+    P q[3];
+    in.GetFurthest3Points(q);
+    P c, n;
+    double r = 0.0;
+    metrofit::CircleFrom3Points(q[0], q[1], q[2], &c, &n, &r);
+    const double residue = (q[0] - c).Dot(n);
+    const P expected = residue > 0.0 ? -n : n;
+    (residue > 0.0 ? turned : kept) += 1;
+
+    CFitResult out;
+    EstimatorMatrices m(kEllipseParams);
+    in.EstimateEllipse(out, m.constraints(), m.params());
+    double rows[9];
+    ConvertAnglesToMatrix(out.m_angles.x, out.m_angles.z, out.m_angles.y, rows);
+    EXPECT_TRUE(PointNear(P(rows[6], rows[7], rows[8]), expected, 1e-12))
+        << "trial " << trial << ", residue " << residue;
+  }
+  // Both outcomes occur, so the comparison above tells them apart.
+  EXPECT_GT(turned, 10);
+  EXPECT_GT(kept, 10);
 }
 
 TEST(EstimateEllipse, WritesAllSevenFreeParameters) {

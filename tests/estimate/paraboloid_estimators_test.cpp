@@ -111,6 +111,49 @@ std::vector<P> SphereCap() {
   return pts;
 }
 
+// The vertex is computed as c + (direction) 2.5 f with f = r / 2.5, not as c + (direction) r:
+// the two round differently, and the start keeps the first. Replayed here from the same two
+// engine fits the estimator runs (sphere, then plane, on one result record).
+TEST(EstimateParaboloid, VertexKeepsTheRoundingOfTwoAndAHalfTimesTheShapeValue) {
+  int differs = 0;
+  for (double radius = 10.0; radius < 30.0; radius += 0.7) {
+    SCOPED_TRACE(radius);
+    CFitInput in;
+    for (const P& p : SphereCap())
+      in.m_points.push_back(P(1, 2, 3) + (p - P(1, 2, 3)) * 0.05 * radius);
+    CFitInput replay;
+    replay.m_points = in.m_points;
+    CFitResult scratch;
+    double** sw = mCreateMatrix(4, 4);
+    double** sv = mCreateMatrix(4, 1);
+    double** pw = mCreateMatrix(3, 3);
+    double** pv = mCreateMatrix(3, 1);
+    replay.m_fitType = FIT_SPHERE;
+    replay.BestFit(scratch, sw, sv);
+    replay.m_fitType = FIT_PLANE;
+    replay.BestFit(scratch, pw, pv);
+    const double cx = sv[0][0], cy = sv[1][0], cz = sv[2][0], r = sv[3][0];
+    const double a1 = pv[0][0], a2 = pv[1][0];
+    mFreeMatrix(&sw, 4);
+    mFreeMatrix(&sv, 4);
+    mFreeMatrix(&pw, 3);
+    mFreeMatrix(&pv, 3);
+
+    const double f = r / 2.5;
+    const P asWritten(cx + std::sin(a2) * std::cos(a1) * 2.5 * f, cy - std::sin(a1) * 2.5 * f,
+                      cz - std::cos(a2) * std::cos(a1) * 2.5 * f);
+    const double directZ = cz - std::cos(a2) * std::cos(a1) * r;
+    if (asWritten.z != directZ) ++differs;
+
+    CFitResult out;
+    EstimatorMatrices m(kParaboloidParams);
+    in.EstimateParaboloid(out, m.constraints(), m.params());
+    EXPECT_EQ(ParamPoint(m, 0), asWritten);
+    EXPECT_EQ(m.param(5), f);
+  }
+  EXPECT_GT(differs, 0) << "no radius tells the two roundings apart";
+}
+
 TEST(EstimateParaboloid, LeavesTheFitTypeAtPlane) {
   CFitInput in;
   in.m_points = SphereCap();

@@ -269,6 +269,40 @@ TEST(KFitCylinderEx, RefinedResultGivesWayOnlyToASmallerFormError) {
               taken + kept);
 }
 
+// The candidate search scores its candidates in m_sigma, which starts at 1e38 and which the
+// refits never write. When its result replaces the refined one, that sentinel is what the caller
+// reads as m_sigma; when the refined result stays, m_sigma is the least-squares cylinder's.
+TEST(KFitCylinderEx, SigmaIsTheSentinelWhenTheCandidateSearchWins) {
+  Rng rng(49);
+  int sentinel = 0;
+  for (int trial = 0; trial < 6; ++trial) {
+    const Pt c = testing::CmmCentre(rng);
+    const Pt a = testing::RandomDirection(rng);
+    const std::vector<Pt> pts =
+        testing::CylinderPoints(rng, 60, c, a, 12.0 + 3 * trial, 30.0, 6.28, 1.5e-3);
+    SCOPED_TRACE(::testing::Message() << "trial " << trial);
+    CFitInput lsqIn;
+    lsqIn.m_points = pts;
+    lsqIn.m_refPoint = Centroid(pts);
+    CFitResult lsq;
+    ASSERT_EQ(KFitCylinder(lsqIn, lsq), 1);
+    ASSERT_LT(lsq.m_sigma, 1.0);
+
+    CFitInput in;
+    in.m_points = pts;
+    in.m_refPoint = Centroid(pts);
+    CFitResult out;
+    ASSERT_EQ(KFitCylinderEx(in, out), 1);
+    if (out.m_sigma == 1e38) {
+      ++sentinel;
+    } else {
+      EXPECT_EQ(out.m_sigma, lsq.m_sigma);
+    }
+  }
+  std::printf("[info] m_sigma 1e38 in %d of 6 fits\n", sentinel);
+  EXPECT_GT(sentinel, 0);
+}
+
 TEST(KFitCylinderEx, NoPointsFailWithoutHarm) {
   CFitInput in;
   CFitResult out;

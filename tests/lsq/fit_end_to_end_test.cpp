@@ -448,6 +448,36 @@ TEST(FitEndToEnd, FixedRadiusStaysFixedAndIsReportedExactly) {
   }
 }
 
+// The entry points do not clear the deviation list: a second fit into the same result appends
+// its vectors after those of the first, and the smallest and largest deviation cover both.
+TEST(FitEndToEnd, SecondFitIntoTheSameResultAppendsItsDeviations) {
+  const KnownSolution a =
+      GenerateKnownSolution(Shape::kSphere, Options(Shape::kSphere, 500.0, 25.0, 5.0, 43));
+  const KnownSolution b =
+      GenerateKnownSolution(Shape::kSphere, Options(Shape::kSphere, 300.0, 10.0, 50.0, 44));
+  CFitResult out;
+  CFitInput first;
+  Prepare(Shape::kSphere, a.points, &first);
+  ASSERT_EQ(KFitSphere(first, out), 1);
+  const std::vector<Pt> firstDeviations = out.m_deviations;
+  ASSERT_EQ(firstDeviations.size(), a.points.size());
+
+  CFitInput second;
+  Prepare(Shape::kSphere, b.points, &second);
+  ASSERT_EQ(KFitSphere(second, out), 1);
+  ASSERT_EQ(out.m_deviations.size(), a.points.size() + b.points.size());
+  double lo = 1e300, hi = 0.0;
+  for (std::size_t i = 0; i < out.m_deviations.size(); ++i) {
+    if (i < firstDeviations.size()) {
+      EXPECT_EQ(out.m_deviations[i], firstDeviations[i]) << i;
+    }
+    lo = std::min(lo, out.m_deviations[i].Length());
+    hi = std::max(hi, out.m_deviations[i].Length());
+  }
+  EXPECT_EQ(out.m_minDeviation, lo);
+  EXPECT_EQ(out.m_maxDeviation, hi);
+}
+
 TEST(FitEndToEnd, FixedCentreCoordinateStaysWithinTheEngineResolution) {
   // A fixed parameter is held by the prior weight 1e20 against normal-equation entries of
   // order 1e6 n, so it drifts by about 1e-12 mm; 1e-9 is the engine's resolution here.

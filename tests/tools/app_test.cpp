@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -231,6 +232,35 @@ TEST(CliRun, LineAndPlaneReportTheGivenReferencePoint) {
       RunTool({"fit", "line", "-", "--ref-point", "5,0.5,-0.25", "--json"}, "0 0 0\n10 2 4\n");
   EXPECT_EQ(two.status, kExitOk) << two.out;
   EXPECT_TRUE(Contains(two.out, "\"centre\": [5, 1, 2],")) << two.out;
+}
+
+// Twelve points of the circle with centre (10, 20, 5), radius 4, in the plane z = 5.
+std::string CircleOfRadiusFour() {
+  std::string text;
+  for (int k = 0; k < 12; ++k) {
+    const double a = 6.283185307179586 * k / 12;
+    text +=
+        std::to_string(10 + 4 * std::cos(a)) + " " + std::to_string(20 + 4 * std::sin(a)) + " 5\n";
+  }
+  return text;
+}
+
+double JsonRadius(const std::string& json) {
+  const std::size_t at = json.find("\"radius\": ");
+  return at == std::string::npos ? std::nan("") : std::strtod(json.c_str() + at + 10, nullptr);
+}
+
+TEST(CliRun, NominalRadiusStartsOrHoldsTheFit) {
+  const std::string points = CircleOfRadiusFour();
+  // A start value is left behind by the fit.
+  const Outcome start = RunTool({"fit", "circle", "-", "--radius", "3", "--json"}, points);
+  EXPECT_EQ(start.status, kExitOk) << start.out;
+  EXPECT_NEAR(JsonRadius(start.out), 4.0, 1e-5) << start.out;
+  // A held radius comes back exactly as given, however badly it fits.
+  const Outcome held =
+      RunTool({"fit", "circle", "-", "--radius", "3.5", "--hold", "radius", "--json"}, points);
+  EXPECT_EQ(held.status, kExitOk) << held.out;
+  EXPECT_EQ(JsonRadius(held.out), 3.5) << held.out;
 }
 
 TEST(CliRun, AnUnwritableOutputIsAnInternalError) {

@@ -37,6 +37,11 @@ TEST(CliArguments, FitWithShapeAndFile) {
   EXPECT_FALSE(o.has_probe_radius);
   EXPECT_EQ(o.probe_radius, 0.0);
   EXPECT_FALSE(o.has_ref_point);
+  for (const CFitParam* p : {&o.centre, &o.axis, &o.radius}) {
+    EXPECT_EQ(p->mode[0], 0);
+    EXPECT_EQ(p->mode[1], 0);
+    EXPECT_EQ(p->mode[2], 0);
+  }
 }
 
 TEST(CliArguments, OptionsMayStandAnywhereAfterFit) {
@@ -108,6 +113,63 @@ TEST(CliArguments, RefPointMustBeThreeFiniteNumbers) {
   }
 }
 
+TEST(CliArguments, NominalValuesAreStartValues) {
+  const Options o = ParseArguments(
+      {"fit", "ellipse", "e.txt", "--centre", "330,-95,160", "--axis=0,-1,0.3", "--radius", "24"});
+  EXPECT_EQ(o.centre.value, KPt3<double>(330, -95, 160));
+  EXPECT_EQ(o.axis.value, KPt3<double>(0, -1, 0.3));
+  EXPECT_EQ(o.radius.value.x, 24.0);
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_EQ(o.centre.mode[k], metrofit::cli::kStartValue) << k;
+    EXPECT_EQ(o.axis.mode[k], metrofit::cli::kStartValue) << k;
+  }
+  EXPECT_EQ(o.radius.mode[0], metrofit::cli::kStartValue);
+  // The radius is one number: the other two components stay free.
+  EXPECT_EQ(o.radius.mode[1], 0);
+  EXPECT_EQ(o.radius.mode[2], 0);
+}
+
+TEST(CliArguments, HoldKeepsNamedNominalValuesWhereverItStands) {
+  using metrofit::cli::kHeld;
+  using metrofit::cli::kStartValue;
+  const Options o = ParseArguments({"fit", "ellipse", "e.txt", "--hold", "z, axis", "--centre",
+                                    "1,2,3", "--axis", "0,0,1", "--radius", "5"});
+  EXPECT_EQ(o.centre.mode[0], kStartValue);
+  EXPECT_EQ(o.centre.mode[1], kStartValue);
+  EXPECT_EQ(o.centre.mode[2], kHeld);
+  for (int k = 0; k < 3; ++k) EXPECT_EQ(o.axis.mode[k], kHeld) << k;
+  EXPECT_EQ(o.radius.mode[0], kStartValue);
+
+  const Options r =
+      ParseArguments({"fit", "circle", "c.txt", "--radius=5", "--hold=radius,x", "--centre=1,2,3"});
+  EXPECT_EQ(r.radius.mode[0], kHeld);
+  EXPECT_EQ(r.centre.mode[0], kHeld);
+  EXPECT_EQ(r.centre.mode[1], kStartValue);
+  EXPECT_EQ(r.axis.mode[0], 0);
+}
+
+TEST(CliArguments, BadNominalValuesAndHolds) {
+  const Args base = {"fit", "ellipse", "e.txt"};
+  auto with = [&base](std::initializer_list<std::string> more) {
+    Args args = base;
+    args.insert(args.end(), more);
+    return UsageMessage(args);
+  };
+  EXPECT_EQ(with({"--centre", "1,2"}), "--centre needs three finite numbers X,Y,Z, not '1,2'");
+  EXPECT_EQ(with({"--axis", "0,0,nan"}), "--axis needs three finite numbers X,Y,Z, not '0,0,nan'");
+  EXPECT_EQ(with({"--axis", "0,0,0"}), "--axis needs a direction, not '0,0,0'");
+  EXPECT_EQ(with({"--radius", "0"}), "--radius needs a finite number > 0, not '0'");
+  EXPECT_EQ(with({"--radius", "-3"}), "--radius needs a finite number > 0, not '-3'");
+  EXPECT_EQ(with({"--radius"}), "option --radius needs a value");
+  EXPECT_EQ(with({"--hold", "z,tilt", "--centre", "1,2,3"}),
+            "--hold takes x, y, z, axis or radius separated by commas, not 'z,tilt'");
+  EXPECT_EQ(with({"--hold", ""}),
+            "--hold takes x, y, z, axis or radius separated by commas, not ''");
+  EXPECT_EQ(with({"--hold", "y"}), "--hold x, y or z needs --centre");
+  EXPECT_EQ(with({"--hold", "axis", "--centre", "1,2,3"}), "--hold axis needs --axis");
+  EXPECT_EQ(with({"--hold", "radius", "--axis", "0,0,1"}), "--hold radius needs --radius");
+}
+
 TEST(CliArguments, ParseNumberTakesWholeFiniteNumbersOnly) {
   double v = -7.0;
   EXPECT_TRUE(ParseNumber("1.5", &v));
@@ -136,8 +198,9 @@ TEST(CliArguments, HelpDocumentsShapesOptionsAndExitStatus) {
     EXPECT_NE(help.find(shape.function), std::string::npos) << shape.function;
   }
   for (const char* text :
-       {"--json", "--probe-radius R", "--ref-point X,Y,Z", "--help", "0  the fit succeeded",
-        "1  the fit failed", "2  usage error", "3  FILE cannot be read", "4  internal error"}) {
+       {"--json", "--probe-radius R", "--ref-point X,Y,Z", "--centre X,Y,Z", "--axis X,Y,Z",
+        "--radius R", "--hold LIST", "--help", "0  the fit succeeded", "1  the fit failed",
+        "2  usage error", "3  FILE cannot be read", "4  internal error"}) {
     EXPECT_NE(help.find(text), std::string::npos) << text;
   }
 }
