@@ -10,7 +10,7 @@
 #ifndef METROFIT_LSQ_SHAPES_CYLINDER_SHAPE_H
 #define METROFIT_LSQ_SHAPES_CYLINDER_SHAPE_H
 
-#include "core/constants.h"
+#include "core/axis_foot.h"
 #include "core/form_error.h"
 #include "lsq/linearisation.h"
 #include "lsq/point_pass.h"
@@ -62,11 +62,7 @@ struct CylinderShape {
   static void MoveAxisPointToFoot(const KPt3<double>& ref, CFitResult& res, double** x) {
     double rot[9];
     ConvertAnglesToMatrix(res.m_angles.x, res.m_angles.y, 0.0, rot);
-    const KPt3<double> a(rot[6], rot[7], rot[8]);
-    const KPt3<double> c = CentreOf(x);
-    const double len2 = a.Dot(a);
-    const double t = len2 > kTinyLength ? (ref - c).Dot(a) / len2 : 0.0;
-    const KPt3<double> foot = c + a * t;
+    const KPt3<double> foot = AxisFoot(ref, CentreOf(x), KPt3<double>(rot[6], rot[7], rot[8]));
     res.m_center = foot;
     x[0][0] = foot.x;
     x[1][0] = foot.y;
