@@ -109,6 +109,7 @@ struct MomentPass {
       sums.Add(v);
       out.push_back(v);
     }
+    sums.Finish();
     return sums;
   }
 };

@@ -273,16 +273,17 @@ struct PointPass {
     // One growth of the caller's list for the whole pass, none per point.
     out.reserve(out.size() + count);
     ResidualSums sums;
-    Lin lin;
-    for (std::size_t i = 0; i < count; ++i) {
-      Shape::Evaluate(frame, ToVec3(ModelPoint<Shape>(ctx, i)), lin);
-      double M[m][m];
-      PointWeight<m>(lin.B, M);
-      InvertInPlace<m>(M);
-      const KPt3<double> v = Residual(lin.B, M, lin.w);
-      sums.Add(v);
-      out.push_back(v);
+    Block block;
+    for (std::size_t first = 0; first < count; first += kBlockSize) {
+      const int size = static_cast<int>(count - first < kBlockSize ? count - first : kBlockSize);
+      block.Linearise(ctx, frame, first, size);
+      for (int i = 0; i < size; ++i) {
+        const KPt3<double> v = Residual(block.lin[i].B, block.M[i], block.lin[i].w);
+        sums.Add(v);
+        out.push_back(v);
+      }
     }
+    sums.Finish();
     return sums;
   }
 

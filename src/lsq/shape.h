@@ -5,6 +5,7 @@
 #ifndef METROFIT_LSQ_SHAPE_H
 #define METROFIT_LSQ_SHAPE_H
 
+#include <cmath>
 #include <cstdint>
 
 #include "metrofit.h"
@@ -59,17 +60,44 @@ struct NormalSums {
 
 // What the residual pass returns besides the appended vectors: their squared sum and the
 // smallest and largest length among them (kSentinel and 0 when nothing was appended).
+//
+// The lengths are compared as squares and rooted once at the end: the square root is
+// correctly rounded and monotonic, so the root of the extreme square is the extreme root bit
+// for bit. Squares outside the normal range, where KPt3::Length takes a scaled route, are
+// measured by Length itself.
 struct ResidualSums {
   double squares = 0.0;
   double smallest = 1e38;
   double largest = 0.0;
 
   void Add(const KPt3<double>& v) {
-    squares += v.Dot(v);
+    const double s = v.Dot(v);
+    squares += s;
+    if (s > kSmallestSquare && s <= kLargestSquare) {
+      if (s < smallestSquare_) smallestSquare_ = s;
+      if (s > largestSquare_) largestSquare_ = s;
+      return;
+    }
     const double len = v.Length();
     if (len < smallest) smallest = len;
     if (len > largest) largest = len;
   }
+
+  // Folds the squares into smallest and largest; call once after the last Add.
+  void Finish() {
+    if (largestSquare_ >= 0.0) {
+      const double lo = std::sqrt(smallestSquare_), hi = std::sqrt(largestSquare_);
+      if (lo < smallest) smallest = lo;
+      if (hi > largest) largest = hi;
+    }
+  }
+
+ private:
+  // The range in which KPt3::Length is the plain square root of the square.
+  static constexpr double kSmallestSquare = 2.2250738585072014e-308;
+  static constexpr double kLargestSquare = 1.7976931348623157e308;
+  double smallestSquare_ = kLargestSquare;
+  double largestSquare_ = -1.0;  // no square seen yet
 };
 
 struct PointMoments;
