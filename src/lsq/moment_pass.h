@@ -29,8 +29,8 @@ struct AffineRows {
 
 template <class Shape>
 struct MomentPass {
-  static constexpr int m = Shape::kConditions;
-  static constexpr int n = Shape::kParameters;
+  static constexpr int m = Shape::kEngine.conditions;
+  static constexpr int n = Shape::kEngine.parameters;
 
   static void Accumulate(PassContext& ctx, NormalSums& sums) {
     const typename Shape::Frame frame(ctx.res);

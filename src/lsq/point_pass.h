@@ -32,38 +32,26 @@
 
 namespace metrofit {
 
-// Gauss-Jordan inversion in place without pivoting, exactly the steps of mInvertMatrix on a
-// fixed-size array: a pivot that is not safely normal ends the sweep, leaving the matrix partly
-// transformed (the engine carries on with it, as with every singular system).
-template <int m>
-METROFIT_ALWAYS_INLINE void InvertInPlace(double (&a)[m][m]) {
-  METROFIT_UNROLL
-  for (int k = 0; k < m; ++k) {
-    const double p = a[k][k];
-    if (!(std::fabs(p) > kSmallestNormal)) return;
-    METROFIT_UNROLL
-    for (int i = 0; i < m; ++i)
-      if (i != k) a[i][k] /= p;
-    a[k][k] = 1.0 / p;
-    METROFIT_UNROLL
-    for (int j = 0; j < m; ++j) {
-      if (j == k) continue;
-      METROFIT_UNROLL
-      for (int i = 0; i < m; ++i)
-        if (i != k) a[i][j] -= a[i][k] * a[k][j];
-      a[k][j] = -(a[k][k] * a[k][j]);
-    }
-  }
+// Whether a pivot passes the sweep's test: safely normal (not zero, denormal or NaN); for two
+// matrices side by side, in both.
+inline bool PivotPasses(double p) {
+  return std::fabs(p) > kSmallestNormal;
+}
+inline bool PivotPasses(const DoublePair& p) {
+  return PivotPasses(p[0]) && PivotPasses(p[1]);
 }
 
-// The same sweep on two matrices side by side. Returns false, leaving `a` unspecified, as
-// soon as a pivot of either fails the test: the caller then takes each lane alone.
-template <int m>
-METROFIT_ALWAYS_INLINE bool InvertPairInPlace(DoublePair (&a)[m][m]) {
+// Gauss-Jordan inversion in place without pivoting, exactly the steps of mInvertMatrix on a
+// fixed-size array of one matrix (T = double) or two side by side (T = DoublePair). A pivot
+// that fails the test ends the sweep and returns false, the matrix left partly transformed:
+// the engine carries on with a single matrix as it stands (as with every singular system),
+// and takes a pair apart to treat each matrix alone.
+template <int m, class T>
+METROFIT_ALWAYS_INLINE bool SweepInPlace(T (&a)[m][m]) {
   METROFIT_UNROLL
   for (int k = 0; k < m; ++k) {
-    const DoublePair p = a[k][k];
-    if (!(std::fabs(p[0]) > kSmallestNormal && std::fabs(p[1]) > kSmallestNormal)) return false;
+    const T p = a[k][k];
+    if (!PivotPasses(p)) return false;
     METROFIT_UNROLL
     for (int i = 0; i < m; ++i)
       if (i != k) a[i][k] = a[i][k] / p;
@@ -78,6 +66,11 @@ METROFIT_ALWAYS_INLINE bool InvertPairInPlace(DoublePair (&a)[m][m]) {
     }
   }
   return true;
+}
+
+template <int m>
+METROFIT_ALWAYS_INLINE void InvertInPlace(double (&a)[m][m]) {
+  (void)SweepInPlace<m>(a);
 }
 
 // M = B Q B^T. With finite B the zero entries of Q contribute exact zeros and M is formed from
@@ -240,8 +233,8 @@ METROFIT_ALWAYS_INLINE KPt3<double> ModelPoint(const PassContext& ctx, std::size
 
 template <class Shape>
 struct PointPass {
-  static constexpr int m = Shape::kConditions;
-  static constexpr int n = Shape::kParameters;
+  static constexpr int m = Shape::kEngine.conditions;
+  static constexpr int n = Shape::kEngine.parameters;
   using Lin = Linearisation<m, n>;
 
   static void Accumulate(PassContext& ctx, NormalSums& sums) {
@@ -356,7 +349,7 @@ struct PointPass {
       for (int l = 0; l < m; ++l)
         pair[k][l] = (B[k][0] * kCofactor) * B[l][0] + (B[k][1] * kCofactor) * B[l][1] +
                      (B[k][2] * kCofactor) * B[l][2];
-      if (!InvertPairInPlace<m>(pair)) return false;
+      if (!SweepInPlace<m>(pair)) return false;
       METROFIT_UNROLL
       for (int k = 0; k < m; ++k) METROFIT_UNROLL
       for (int l = 0; l < m; ++l) {

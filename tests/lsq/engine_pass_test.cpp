@@ -219,7 +219,7 @@ TEST(EnginePass, SmallInversionsAreThoseOfMInvertMatrix) {
         pair[i][j] = metrofit::MakePair(a[i][j], a[i][j]);
       }
     mInvertMatrix(ref.get(), 2);
-    ASSERT_TRUE(metrofit::InvertPairInPlace<2>(pair));
+    ASSERT_TRUE(metrofit::SweepInPlace<2>(pair));
     for (int i = 0; i < 2; ++i)
       for (int j = 0; j < 2; ++j)
         EXPECT_TRUE(SameBits(pair[i][j][0], ref[i][j]) && SameBits(pair[i][j][1], ref[i][j]));

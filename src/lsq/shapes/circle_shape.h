@@ -22,8 +22,6 @@ struct CircleShape {
   // that factor drives the relative-change test and so when a circle fit stops.
   static constexpr EngineLayout kEngine{6, 2, -3};
   static constexpr DriverLayout kDriver{6, 3, 4, 5, kNoSlot};
-  static constexpr int kParameters = kEngine.parameters;
-  static constexpr int kConditions = kEngine.conditions;
   static constexpr bool kProbeCompensated = false;
   static constexpr auto kEstimator = &CFitInput::EstimateCircle;
 

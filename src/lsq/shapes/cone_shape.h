@@ -21,8 +21,6 @@ struct ConeShape {
   static constexpr const char* kName = "cone";
   static constexpr EngineLayout kEngine{6, 1, -6};
   static constexpr DriverLayout kDriver{6, 3, 4, 5, kNoSlot};
-  static constexpr int kParameters = kEngine.parameters;
-  static constexpr int kConditions = kEngine.conditions;
   static constexpr bool kProbeCompensated = false;
   static constexpr auto kEstimator = &CFitInput::EstimateCone;
 

@@ -24,8 +24,6 @@ struct CylinderShape {
   static constexpr const char* kName = "cylinder";
   static constexpr EngineLayout kEngine{6, 1, -5};
   static constexpr DriverLayout kDriver{6, 3, 4, 5, kNoSlot};
-  static constexpr int kParameters = kEngine.parameters;
-  static constexpr int kConditions = kEngine.conditions;
   static constexpr bool kProbeCompensated = false;
   static constexpr auto kEstimator = &CFitInput::EstimateCylinder;
 

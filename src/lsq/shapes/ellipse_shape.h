@@ -29,8 +29,6 @@ struct EllipseShape {
   // One radius constraint holds both semi-axes (radius slots 5 and 6).
   static constexpr EngineLayout kEngine{7, 1, -7};
   static constexpr DriverLayout kDriver{7, 3, 4, 5, 6};
-  static constexpr int kParameters = kEngine.parameters;
-  static constexpr int kConditions = kEngine.conditions;
   static constexpr bool kProbeCompensated = false;
   static constexpr auto kEstimator = &CFitInput::EstimateEllipse;
 

@@ -24,8 +24,6 @@ struct LineShape {
   static constexpr const char* kName = "line";
   static constexpr EngineLayout kEngine{5, 2, -5};
   static constexpr DriverLayout kDriver{5, 2, 3, 0, kNoSlot};
-  static constexpr int kParameters = kEngine.parameters;
-  static constexpr int kConditions = kEngine.conditions;
   static constexpr bool kProbeCompensated = false;
   static constexpr auto kEstimator = &CFitInput::EstimateLine;
   using Frame = ShapeFrame;

@@ -25,8 +25,6 @@ struct ParaboloidShape {
   static constexpr const char* kName = "paraboloid";
   static constexpr EngineLayout kEngine{6, 1, -6};
   static constexpr DriverLayout kDriver{6, 3, 4, 5, kNoSlot};
-  static constexpr int kParameters = kEngine.parameters;
-  static constexpr int kConditions = kEngine.conditions;
   static constexpr bool kProbeCompensated = true;
   static constexpr auto kEstimator = &CFitInput::Parab2Est;
 

@@ -24,8 +24,6 @@ struct PlaneShape {
   static constexpr const char* kName = "plane";
   static constexpr EngineLayout kEngine{3, 1, -3};
   static constexpr DriverLayout kDriver{3, 0, 1, 2, kNoSlot};
-  static constexpr int kParameters = kEngine.parameters;
-  static constexpr int kConditions = kEngine.conditions;
   static constexpr bool kProbeCompensated = false;
   static constexpr auto kEstimator = &CFitInput::EstimatePlane;
 

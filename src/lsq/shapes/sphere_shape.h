@@ -23,8 +23,6 @@ struct SphereShape {
   // The angle slots are never used: the driver writes no angle constraint for a sphere.
   static constexpr EngineLayout kEngine{4, 1, -4};
   static constexpr DriverLayout kDriver{4, 0, 0, 3, kNoSlot};
-  static constexpr int kParameters = kEngine.parameters;
-  static constexpr int kConditions = kEngine.conditions;
   static constexpr bool kProbeCompensated = false;
   static constexpr auto kEstimator = &CFitInput::EstimateSphere;
 

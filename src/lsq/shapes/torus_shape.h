@@ -27,8 +27,6 @@ struct TorusShape {
   // One radius constraint holds both radii (slots 5 and 6).
   static constexpr EngineLayout kEngine{7, 1, -7};
   static constexpr DriverLayout kDriver{7, 3, 4, 5, 6};
-  static constexpr int kParameters = kEngine.parameters;
-  static constexpr int kConditions = kEngine.conditions;
   static constexpr bool kProbeCompensated = true;
   static constexpr auto kEstimator = &CFitInput::EstimateTorus;
 
