@@ -11,6 +11,8 @@
 // Usage: metrofit_result_dump [NIST_DIR] [--quick]
 //   NIST_DIR defaults to the reference folder configured at build time; --quick runs a tenth
 //   of the random sets.
+#include <dirent.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -18,7 +20,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fstream>
 #include <functional>
 #include <random>
@@ -271,7 +272,8 @@ std::vector<P> ParaboloidScatter(const P& vertex, const P& axis, double F, doubl
     const P nr = f.e1 * std::cos(th) + f.e2 * std::sin(th);
     const double phi = std::atan(rho / (2.0 * F));
     const P inner = f.u * std::cos(phi) - nr * std::sin(phi);
-    pts.push_back(vertex + nr * rho + f.u * (rho * rho / (4.0 * F)) + inner * (noise * rng.Normal()));
+    pts.push_back(vertex + nr * rho + f.u * (rho * rho / (4.0 * F)) +
+                  inner * (noise * rng.Normal()));
   }
   return pts;
 }
@@ -316,7 +318,8 @@ void EllipseHeld(CFitInput& in, const P& centre, const P& axis, double radius) {
 // Ball centres for torus points: moved out by the probe radius along the tube normal.
 std::vector<P> TorusBalls(const Set& s, double probe) {
   std::vector<P> balls;
-  for (std::size_t i = 0; i < s.points.size(); ++i) balls.push_back(s.points[i] + s.normals[i] * probe);
+  for (std::size_t i = 0; i < s.points.size(); ++i)
+    balls.push_back(s.points[i] + s.normals[i] * probe);
   return balls;
 }
 
@@ -391,8 +394,10 @@ std::vector<std::string> ListPairs(const std::string& folder) {
   if (DIR* d = opendir(folder.c_str())) {
     while (dirent* e = readdir(d)) {
       const std::string n = e->d_name;
-      if (n.size() > 3 && n.compare(n.size() - 3, 3, ".ds") == 0) ds.push_back(n.substr(0, n.size() - 3));
-      if (n.size() > 4 && n.compare(n.size() - 4, 4, ".fit") == 0) fit.push_back(n.substr(0, n.size() - 4));
+      if (n.size() > 3 && n.compare(n.size() - 3, 3, ".ds") == 0)
+        ds.push_back(n.substr(0, n.size() - 3));
+      if (n.size() > 4 && n.compare(n.size() - 4, 4, ".fit") == 0)
+        fit.push_back(n.substr(0, n.size() - 4));
     }
     closedir(d);
   }
@@ -426,7 +431,8 @@ void NistCases(const std::string& root) {
         std::exit(2);
       }
       ++pairs;
-      for (const auto& fn : k.fns) Run("nist/" + std::string(k.folder) + "/" + stem, fn.first, fn.second, pts);
+      for (const auto& fn : k.fns)
+        Run("nist/" + std::string(k.folder) + "/" + stem, fn.first, fn.second, pts);
     }
   }
   if (pairs == 0) {
@@ -487,8 +493,9 @@ void PlaneSets() {
     Run(t + "/default", FN(KFitPlane), s.points);
     Run(t + "/ref", FN(KFitPlane), s.points,
         [&](CFitInput& in) { in.m_refPoint = s.truth.centre + P(5.0, 5.0, 0.0); });
-    Run(t + "/start", FN(KFitPlane), s.points,
-        [&](CFitInput& in) { SetParam(in.m_axisParam, Unit(s.truth.axis + P(0.02, 0.0, 0.01)), 2, 2, 2); });
+    Run(t + "/start", FN(KFitPlane), s.points, [&](CFitInput& in) {
+      SetParam(in.m_axisParam, Unit(s.truth.axis + P(0.02, 0.0, 0.01)), 2, 2, 2);
+    });
     Run(t + "/fixedaxis", FN(KFitPlane), s.points,
         [&](CFitInput& in) { SetParam(in.m_axisParam, s.truth.axis, 1, 1, 1); });
   }
@@ -567,8 +574,9 @@ void SphereSets() {
     });
     Run(t + "/fixedradius", FN(KFitSphere), s.points,
         [&](CFitInput& in) { SetParam(in.m_size1Param, P(c.radius, 0.0, 0.0), 1, 0, 0); });
-    Run(t + "/fixedz", FN(KFitSphere), s.points,
-        [&](CFitInput& in) { SetParam(in.m_centerParam, s.truth.centre + P(0.1, 0.1, 0.0), 2, 2, 1); });
+    Run(t + "/fixedz", FN(KFitSphere), s.points, [&](CFitInput& in) {
+      SetParam(in.m_centerParam, s.truth.centre + P(0.1, 0.1, 0.0), 2, 2, 1);
+    });
   }
 }
 
@@ -705,9 +713,8 @@ void ParaboloidSets() {
     const std::uint64_t sd = seed++;
     const std::vector<P> pts = ParaboloidRings(c.vertex, c.axis, c.F, c.outer, c.rings, c.perRing,
                                                c.vertexPoint, c.noise, c.probe, sd);
-    const std::string t = "ks/paraboloid/n" + std::to_string(pts.size()) + "-F" + Num(c.F) +
-                          "-um" + Num(c.noise * 1e3) + "-probe" + Num(c.probe) + "-s" +
-                          std::to_string(sd);
+    const std::string t = "ks/paraboloid/n" + std::to_string(pts.size()) + "-F" + Num(c.F) + "-um" +
+                          Num(c.noise * 1e3) + "-probe" + Num(c.probe) + "-s" + std::to_string(sd);
     auto probe = [&](CFitInput& in) { in.m_probeRadius = c.probe; };
     Run(t + "/default", FN(KFitParaboloid), pts, probe);
     Run(t + "/ref", FN(KFitParaboloid), pts, [&](CFitInput& in) {
@@ -847,7 +854,8 @@ void RandomShape(const char* label, Shape shape, const char* fnName, Fn fn, int 
         in.m_size1Param.value = P(rStart, o.radius, o.minor);
         in.m_size1Param.mode[0] = RandomMode(modes);
       }
-      if (shape == Shape::kTorus && modes.Uniform() < 0.3) in.m_probeRadius = modes.Uniform(0.5, 2.0);
+      if (shape == Shape::kTorus && modes.Uniform() < 0.3)
+        in.m_probeRadius = modes.Uniform(0.5, 2.0);
     });
   }
 }
@@ -938,8 +946,7 @@ int main(int argc, char** argv) {
   setvbuf(stdout, nullptr, _IOLBF, 1 << 16);  // a crash loses at most the line being written
   const auto t0 = std::chrono::steady_clock::now();
   auto lap = [&](const char* what) {
-    const double s =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     std::fprintf(stderr, "%-12s done at %7.2f s, %d cases\n", what, s, g_cases);
   };
 
