@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "metrofit.h"
+#include "support/nist_reader.h"
 
 namespace {
 
@@ -144,6 +145,24 @@ struct Options {
   double length = 20.0;
   std::uint64_t seed = 1;
 };
+
+// One row of a set table: size, span, radius, noise (micrometres), offset and tilt.
+struct SetRow {
+  int n;
+  double arc, radius, noise, offset, tilt;
+};
+
+Options OptionsOf(const SetRow& c, std::uint64_t seed) {
+  Options o;
+  o.count = c.n;
+  o.arc = c.arc;
+  o.radius = c.radius;
+  o.noiseUm = c.noise;
+  o.offset = c.offset;
+  o.tilt = c.tilt;
+  o.seed = seed;
+  return o;
+}
 
 struct Truth {
   P centre;  // line/plane point, centres, cylinder mid-band axis point, cone apex
@@ -341,72 +360,8 @@ std::string Num(double v) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// NIST reference pairs (points only: <name>.ds = N, then N lines x y z)
+// NIST reference pairs, read by the test suite's reader (points only)
 // ---------------------------------------------------------------------------------------------
-
-bool ReadDataSet(const std::string& path, std::vector<P>* pts) {
-  pts->clear();
-  std::ifstream in(path);
-  std::string tok;
-  if (!(in >> tok)) return false;
-  const long n = std::strtol(tok.c_str(), nullptr, 10);
-  if (n < 1) return false;
-  for (long i = 0; i < n; ++i) {
-    double c[3];
-    for (double& v : c) {
-      if (!(in >> tok)) return false;
-      char* end = nullptr;
-      v = std::strtod(tok.c_str(), &end);
-      if (end == tok.c_str() || *end != '\0') return false;
-    }
-    pts->emplace_back(c[0], c[1], c[2]);
-  }
-  return true;
-}
-
-// Stems ordered with embedded numbers compared by value (pla2 before pla10).
-bool NaturalLess(const std::string& a, const std::string& b) {
-  std::size_t i = 0, j = 0;
-  while (i < a.size() && j < b.size()) {
-    if (std::isdigit(static_cast<unsigned char>(a[i])) &&
-        std::isdigit(static_cast<unsigned char>(b[j]))) {
-      std::size_t ie = i, je = j;
-      while (ie < a.size() && std::isdigit(static_cast<unsigned char>(a[ie]))) ++ie;
-      while (je < b.size() && std::isdigit(static_cast<unsigned char>(b[je]))) ++je;
-      const unsigned long long na = std::stoull(a.substr(i, ie - i));
-      const unsigned long long nb = std::stoull(b.substr(j, je - j));
-      if (na != nb) return na < nb;
-      i = ie;
-      j = je;
-    } else {
-      if (a[i] != b[j]) return a[i] < b[j];
-      ++i;
-      ++j;
-    }
-  }
-  return a.size() - i < b.size() - j;
-}
-
-// Stems of the <stem>.ds files that have a <stem>.fit beside them, in natural order.
-std::vector<std::string> ListPairs(const std::string& folder) {
-  std::vector<std::string> ds, out;
-  std::vector<std::string> fit;
-  if (DIR* d = opendir(folder.c_str())) {
-    while (dirent* e = readdir(d)) {
-      const std::string n = e->d_name;
-      if (n.size() > 3 && n.compare(n.size() - 3, 3, ".ds") == 0)
-        ds.push_back(n.substr(0, n.size() - 3));
-      if (n.size() > 4 && n.compare(n.size() - 4, 4, ".fit") == 0)
-        fit.push_back(n.substr(0, n.size() - 4));
-    }
-    closedir(d);
-  }
-  for (const auto& s : ds) {
-    if (std::find(fit.begin(), fit.end(), s) != fit.end()) out.push_back(s);
-  }
-  std::sort(out.begin(), out.end(), NaturalLess);
-  return out;
-}
 
 void NistCases(const std::string& root) {
   struct Kind {
@@ -424,10 +379,12 @@ void NistCases(const std::string& root) {
   int pairs = 0;
   for (const Kind& k : kinds) {
     const std::string folder = root + "/" + k.folder;
-    for (const std::string& stem : ListPairs(folder)) {
+    for (const metrofit::testing::NistPair& pair : metrofit::testing::ListPairs(folder)) {
+      const std::string& stem = pair.name;
       std::vector<P> pts;
-      if (!ReadDataSet(folder + "/" + stem + ".ds", &pts)) {
-        std::fprintf(stderr, "cannot read %s/%s.ds\n", folder.c_str(), stem.c_str());
+      std::string error;
+      if (!metrofit::testing::ReadDataSet(pair.dataPath, &pts, &error)) {
+        std::fprintf(stderr, "cannot read %s: %s\n", pair.dataPath.c_str(), error.c_str());
         std::exit(2);
       }
       ++pairs;
@@ -502,24 +459,13 @@ void PlaneSets() {
 }
 
 void CircleSets() {
-  struct C {
-    int n;
-    double arc, radius, noise, offset, tilt;
-  };
-  const C cs[] = {{20, kTwoPi, 12.0, 0.0, 300.0, 0.6},
-                  {60, 2.0, 12.0, 5.0, 500.0, 0.6},
-                  {200, 0.5 * kPi, 25.0, 2.0, 700.0, 1.1},
-                  {2000, kTwoPi, 40.0, 5.0, 450.0, 0.3}};
+  const SetRow cs[] = {{20, kTwoPi, 12.0, 0.0, 300.0, 0.6},
+                       {60, 2.0, 12.0, 5.0, 500.0, 0.6},
+                       {200, 0.5 * kPi, 25.0, 2.0, 700.0, 1.1},
+                       {2000, kTwoPi, 40.0, 5.0, 450.0, 0.3}};
   std::uint64_t seed = 31;
-  for (const C& c : cs) {
-    Options o;
-    o.count = c.n;
-    o.arc = c.arc;
-    o.radius = c.radius;
-    o.noiseUm = c.noise;
-    o.offset = c.offset;
-    o.tilt = c.tilt;
-    o.seed = seed++;
+  for (const SetRow& c : cs) {
+    const Options o = OptionsOf(c, seed++);
     const Set s = Generate(Shape::kCircle, o);
     const std::string t = Tag("circle", o);
     for (auto fn : {std::make_pair(FN(KFitCircle)), std::make_pair(FN(KFitCircleEx))}) {
@@ -542,25 +488,14 @@ void CircleSets() {
 }
 
 void SphereSets() {
-  struct C {
-    int n;
-    double arc, radius, noise, offset, tilt;
-  };
-  const C cs[] = {{20, kTwoPi, 15.0, 0.0, 300.0, 0.4},
-                  {100, 1.6, 15.0, 5.0, 500.0, 0.4},
-                  {300, 0.5 * kPi, 12.5, 2.0, 800.0, 0.9},
-                  {2000, kTwoPi, 25.0, 5.0, 400.0, 0.2},
-                  {2000, 0.5 * kPi, 25.0, 5.0, 600.0, 1.2}};
+  const SetRow cs[] = {{20, kTwoPi, 15.0, 0.0, 300.0, 0.4},
+                       {100, 1.6, 15.0, 5.0, 500.0, 0.4},
+                       {300, 0.5 * kPi, 12.5, 2.0, 800.0, 0.9},
+                       {2000, kTwoPi, 25.0, 5.0, 400.0, 0.2},
+                       {2000, 0.5 * kPi, 25.0, 5.0, 600.0, 1.2}};
   std::uint64_t seed = 41;
-  for (const C& c : cs) {
-    Options o;
-    o.count = c.n;
-    o.arc = c.arc;
-    o.radius = c.radius;
-    o.noiseUm = c.noise;
-    o.offset = c.offset;
-    o.tilt = c.tilt;
-    o.seed = seed++;
+  for (const SetRow& c : cs) {
+    const Options o = OptionsOf(c, seed++);
     const Set s = Generate(Shape::kSphere, o);
     const std::string t = Tag("sphere", o);
     for (auto fn : {std::make_pair(FN(KFitSphere)), std::make_pair(FN(KFitSphereEx))}) {
@@ -582,24 +517,18 @@ void SphereSets() {
 
 void CylinderSets() {
   struct C {
-    int n;
-    double arc, radius, noise, offset, tilt, length;
+    SetRow row;
+    double length;
   };
-  const C cs[] = {{20, kTwoPi, 8.0, 0.0, 300.0, 0.8, 25.0},
-                  {100, 3.0, 8.0, 5.0, 500.0, 0.8, 25.0},
-                  {400, 0.75 * kTwoPi, 15.0, 2.0, 700.0, 0.4, 40.0},
-                  {2000, kTwoPi, 12.5, 5.0, 740.0, 1.0, 60.0}};
+  const C cs[] = {{{20, kTwoPi, 8.0, 0.0, 300.0, 0.8}, 25.0},
+                  {{100, 3.0, 8.0, 5.0, 500.0, 0.8}, 25.0},
+                  {{400, 0.75 * kTwoPi, 15.0, 2.0, 700.0, 0.4}, 40.0},
+                  {{2000, kTwoPi, 12.5, 5.0, 740.0, 1.0}, 60.0}};
   std::uint64_t seed = 51;
-  for (const C& c : cs) {
-    Options o;
-    o.count = c.n;
-    o.arc = c.arc;
-    o.radius = c.radius;
-    o.noiseUm = c.noise;
-    o.offset = c.offset;
-    o.tilt = c.tilt;
-    o.length = c.length;
-    o.seed = seed++;
+  for (const C& entry : cs) {
+    const SetRow& c = entry.row;
+    Options o = OptionsOf(c, seed++);
+    o.length = entry.length;
     const Set s = Generate(Shape::kCylinder, o);
     const std::string t = Tag("cylinder", o);
     for (auto fn : {std::make_pair(FN(KFitCylinder)), std::make_pair(FN(KFitCylinderEx))}) {
@@ -621,25 +550,18 @@ void CylinderSets() {
 
 void ConeSets() {
   struct C {
-    int n;
-    double arc, radius, half, noise, offset, tilt, length;
+    SetRow row;
+    double half, length;
   };
-  const C cs[] = {{30, kTwoPi, 10.0, 0.4, 0.0, 300.0, 0.3, 10.0},
-                  {120, kTwoPi, 10.0, 0.4, 5.0, 500.0, 0.3, 10.0},
-                  {300, 3.5, 20.0, 0.35, 2.0, 600.0, 0.9, 20.0},
-                  {2000, kTwoPi, 20.0, 0.35, 5.0, 740.0, 0.6, 30.0}};
+  const C cs[] = {{{30, kTwoPi, 10.0, 0.0, 300.0, 0.3}, 0.4, 10.0},
+                  {{120, kTwoPi, 10.0, 5.0, 500.0, 0.3}, 0.4, 10.0},
+                  {{300, 3.5, 20.0, 2.0, 600.0, 0.9}, 0.35, 20.0},
+                  {{2000, kTwoPi, 20.0, 5.0, 740.0, 0.6}, 0.35, 30.0}};
   std::uint64_t seed = 61;
-  for (const C& c : cs) {
-    Options o;
-    o.count = c.n;
-    o.arc = c.arc;
-    o.radius = c.radius;
-    o.halfAngle = c.half;
-    o.noiseUm = c.noise;
-    o.offset = c.offset;
-    o.tilt = c.tilt;
-    o.length = c.length;
-    o.seed = seed++;
+  for (const C& entry : cs) {
+    Options o = OptionsOf(entry.row, seed++);
+    o.halfAngle = entry.half;
+    o.length = entry.length;
     const Set s = Generate(Shape::kCone, o);
     const std::string t = Tag("cone", o);
     Run(t + "/default", FN(KFitCone), s.points);
