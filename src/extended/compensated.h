@@ -11,6 +11,8 @@
 
 #include <cstdint>
 
+#include "numeric/lanes.h"
+
 namespace metrofit::numeric {
 
 // Double machine epsilon (2^-52).
@@ -34,6 +36,32 @@ class KahanSum {
 
 double Hypot2(double a, double b);
 double Hypot3(double a, double b, double c);
+// Hypot3 of two triples side by side, each lane bit for bit the scalar Hypot3; inline, for
+// the residual loops of the fits.
+inline DoublePair Hypot3(DoublePair a, DoublePair b, DoublePair c) {
+#if defined(__GNUC__)
+  // The scalar steps with selects for its branches: the same swaps, the same quotients, the
+  // same sum in the same order, and 0 where the largest magnitude is 0.
+  typedef long long Mask __attribute__((vector_size(16)));
+  const Mask magnitudeBits = {0x7FFFFFFFFFFFFFFFLL, 0x7FFFFFFFFFFFFFFFLL};
+  const auto abs = [&magnitudeBits](DoublePair v) {
+    return reinterpret_cast<DoublePair>(reinterpret_cast<Mask>(v) & magnitudeBits);
+  };
+  DoublePair m = abs(a), s = abs(b), t = abs(c);
+  const Mask first = s > m;
+  const DoublePair m1 = first ? s : m;
+  const DoublePair s1 = first ? m : s;
+  const Mask second = t > m1;
+  const DoublePair m2 = second ? t : m1;
+  const DoublePair t2 = second ? m1 : t;
+  const DoublePair qs = s1 / m2;
+  const DoublePair qt = t2 / m2;
+  const DoublePair h = m2 * Sqrt(1.0 + qs * qs + qt * qt);
+  return m2 == 0.0 ? Splat(0.0) : h;
+#else
+  return MakePair(Hypot3(a[0], b[0], c[0]), Hypot3(a[1], b[1], c[1]));
+#endif
+}
 
 // Compensated sum of x[0..n-1]; 0 for n < 1.
 double CompensatedSum(const double* x, std::int32_t n);

@@ -28,6 +28,13 @@ constexpr std::int32_t kCylinderParams = 7;
 void NormaliseCylinderParameters(NVector& x);
 
 double CylinderResidual(const PointSet& points, std::int32_t i, const NVector& x);
+// CylinderResidual of a block of points, bit for bit: |a| once per block, two points side by
+// side.
+void CylinderResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
+                       const NVector& x, double* out);
+// CylinderResidualRow of a block of points, bit for bit, two points side by side.
+void CylinderResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
+                          const NVector& x, double* rows, double* residuals);
 void CylinderResidualRow(const PointSet& points, std::int32_t i, const NVector& x, NVector& row,
                          double& residual);
 // Objective callback: SumOfSquares of CylinderResidual; the context is the PointSet.

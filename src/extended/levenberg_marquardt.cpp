@@ -2,6 +2,7 @@
 #include "extended/levenberg_marquardt.h"
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include "extended/cholesky.h"
@@ -138,51 +139,185 @@ double SumOfSquares(const PointSet& points, const NVector& x, ResidualFn residua
   return sum.Sum();
 }
 
-void NormalEquations(const PointSet& points, const NVector& x, ResidualRowFn row, NVector& gradient,
-                     NMatrix& normal) {
+double SumOfSquares(const PointSet& points, const NVector& x, ResidualBlockFn residuals) {
+  double r[kResidualBlock];
+  if (points.count < 1) return 0.0;
+  if (points.count < 2) {
+    residuals(points, 0, 1, x, r);
+    return r[0] * r[0];
+  }
+  KahanSum sum;
+  for (std::int32_t first = 0; first < points.count; first += kResidualBlock) {
+    const std::int32_t n =
+        points.count - first < kResidualBlock ? points.count - first : kResidualBlock;
+    residuals(points, first, n, x, r);
+    for (std::int32_t i = 0; i < n; ++i) sum.Add(r[i] * r[i]);
+  }
+  return sum.Sum();
+}
+
+namespace {
+
+void ZeroOutputs(NVector& gradient, NMatrix& normal) {
+  for (std::int32_t i = 0; i < gradient.count; ++i) gradient[i] = 0.0;
+  const std::int64_t n = ElementCount(normal.kind, normal.rows, normal.cols);
+  for (std::int64_t k = 0; k < n; ++k) normal.data[k] = 0.0;
+}
+
+// The zero-filled work block of the normal equations: sums and corrections of the packed
+// matrix and the gradient, a third section whose first p doubles hold the current Jacobian
+// row, and the residual of the current point. Null, with both outputs zeroed, when the shapes
+// do not match or the block cannot be allocated.
+UniqueDoubles NormalEquationsBlock(const NVector& x, NVector& gradient, NMatrix& normal,
+                                   std::int64_t* elements) {
   const std::int32_t p = x.count;
   const std::int64_t packed = ElementCount(kPackedSymmetric, p, p);
   const bool shapesMatch = gradient.count == p && normal.kind == kPackedSymmetric &&
                            normal.rows == p && normal.cols == p;
-  // Work block: sums and corrections of the m + p accumulated elements (packed matrix first,
-  // then the gradient), a third section of the same size whose first p doubles hold the current
-  // Jacobian row, and the residual of the current point.
-  const std::int64_t elements = packed + p;
+  *elements = packed + p;
   UniqueDoubles block;
-  if (shapesMatch && p > 0) block = AllocateDoubles(static_cast<std::size_t>(elements * 3 + 1));
-  if (!block) {
-    for (std::int32_t i = 0; i < gradient.count; ++i) gradient[i] = 0.0;
-    const std::int64_t n = ElementCount(normal.kind, normal.rows, normal.cols);
-    for (std::int64_t k = 0; k < n; ++k) normal.data[k] = 0.0;
-    return;
+  if (shapesMatch && p > 0) block = AllocateDoubles(static_cast<std::size_t>(*elements * 3 + 1));
+  if (!block) ZeroOutputs(gradient, normal);
+  return block;
+}
+
+void StoreNormalEquations(const double* sum, std::int32_t p, NVector& gradient, NMatrix& normal) {
+  const std::int64_t packed = ElementCount(kPackedSymmetric, p, p);
+  for (std::int64_t k = 0; k < packed; ++k) normal.data[k] = sum[k];
+  for (std::int32_t u = 0; u < p; ++u) gradient[u] = sum[packed + u];
+}
+
+// The terms of one point in element order: row[u] row[v] for v <= u, then r row[u].
+std::int64_t PointTerms(const double* row, double r, std::int32_t p, double* terms) {
+  std::int64_t k = 0;
+  for (std::int32_t u = 0; u < p; ++u)
+    for (std::int32_t v = 0; v <= u; ++v) terms[k++] = row[u] * row[v];
+  for (std::int32_t u = 0; u < p; ++u) terms[k++] = r * row[u];
+  return k;
+}
+
+// Each element's own Kahan step, y = term - corr, t = sum + y, corr = (t - sum) - y, sum = t,
+// two elements side by side.
+template <std::int64_t n>
+void AddTermsOf(const double* terms, double* sum, double* corr) {
+  std::int64_t k = 0;
+  for (; k + 1 < n; k += 2) {
+    DoublePair term, c, s;
+    std::memcpy(&term, terms + k, sizeof term);
+    std::memcpy(&c, corr + k, sizeof c);
+    std::memcpy(&s, sum + k, sizeof s);
+    const DoublePair y = term - c;
+    const DoublePair t = s + y;
+    const DoublePair nc = (t - s) - y;
+    std::memcpy(corr + k, &nc, sizeof nc);
+    std::memcpy(sum + k, &t, sizeof t);
   }
+  for (; k < n; ++k) {
+    const double y = terms[k] - corr[k];
+    const double t = sum[k] + y;
+    corr[k] = (t - sum[k]) - y;
+    sum[k] = t;
+  }
+}
+
+void AddTerms(const double* terms, std::int64_t n, double* sum, double* corr) {
+  for (std::int64_t k = 0; k < n; ++k) {
+    const double y = terms[k] - corr[k];
+    const double t = sum[k] + y;
+    corr[k] = (t - sum[k]) - y;
+    sum[k] = t;
+  }
+}
+
+// The points' terms summed into their elements, for a row length fixed at compile time.
+template <std::int32_t p>
+void SumPointTerms(const double* rows, const double* residuals, std::int32_t count, double* sum,
+                   double* corr) {
+  constexpr std::int64_t kTerms = p * (p + 1) / 2 + p;
+  for (std::int32_t i = 0; i < count; ++i) {
+    double terms[kTerms];
+    PointTerms(rows + static_cast<std::ptrdiff_t>(i) * p, residuals[i], p, terms);
+    AddTermsOf<kTerms>(terms, sum, corr);
+  }
+}
+
+void SumPointTerms(std::int32_t p, const double* rows, const double* residuals, std::int32_t count,
+                   double* sum, double* corr) {
+  switch (p) {
+    case 1:
+      return SumPointTerms<1>(rows, residuals, count, sum, corr);
+    case 2:
+      return SumPointTerms<2>(rows, residuals, count, sum, corr);
+    case 3:
+      return SumPointTerms<3>(rows, residuals, count, sum, corr);
+    case 4:
+      return SumPointTerms<4>(rows, residuals, count, sum, corr);
+    case 5:
+      return SumPointTerms<5>(rows, residuals, count, sum, corr);
+    case 6:
+      return SumPointTerms<6>(rows, residuals, count, sum, corr);
+    case 7:
+      return SumPointTerms<7>(rows, residuals, count, sum, corr);
+    default:
+      return SumPointTerms<kMaxBlockUnknowns>(rows, residuals, count, sum, corr);
+  }
+}
+
+}  // namespace
+
+void NormalEquations(const PointSet& points, const NVector& x, ResidualRowFn row, NVector& gradient,
+                     NMatrix& normal) {
+  const std::int32_t p = x.count;
+  std::int64_t elements = 0;
+  const UniqueDoubles block = NormalEquationsBlock(x, gradient, normal, &elements);
+  if (!block) return;
   double* sum = block.get();
   double* corr = sum + elements;
   double* rowData = corr + elements;
   double& r = rowData[elements];
   NVector rowView = VectorView(rowData, p);
-
   for (std::int32_t i = 0; i < points.count; ++i) {
     row(points, i, x, rowView, r);
-    // Each element's own Kahan step: y = term - corr, t = sum + y, corr = (t - sum) - y.
-    std::int64_t k = 0;
-    for (std::int32_t u = 0; u < p; ++u) {
-      for (std::int32_t v = 0; v <= u; ++v, ++k) {
-        const double y = rowData[u] * rowData[v] - corr[k];
-        const double t = sum[k] + y;
-        corr[k] = (t - sum[k]) - y;
-        sum[k] = t;
-      }
+    if (p <= kMaxBlockUnknowns) {
+      SumPointTerms(p, rowData, &r, 1, sum, corr);
+      continue;
     }
+    // Wider than the fixed forms: element by element, in the same order.
+    std::int64_t k = 0;
+    for (std::int32_t u = 0; u < p; ++u)
+      for (std::int32_t v = 0; v <= u; ++v, ++k) {
+        const double term = rowData[u] * rowData[v];
+        AddTerms(&term, 1, sum + k, corr + k);
+      }
     for (std::int32_t u = 0; u < p; ++u, ++k) {
-      const double y = r * rowData[u] - corr[k];
-      const double t = sum[k] + y;
-      corr[k] = (t - sum[k]) - y;
-      sum[k] = t;
+      const double term = r * rowData[u];
+      AddTerms(&term, 1, sum + k, corr + k);
     }
   }
-  for (std::int64_t k = 0; k < packed; ++k) normal.data[k] = sum[k];
-  for (std::int32_t u = 0; u < p; ++u) gradient[u] = sum[packed + u];
+  StoreNormalEquations(sum, p, gradient, normal);
+}
+
+void NormalEquations(const PointSet& points, const NVector& x, ResidualRowBlockFn rows,
+                     NVector& gradient, NMatrix& normal) {
+  const std::int32_t p = x.count;
+  std::int64_t elements = 0;
+  if (p > kMaxBlockUnknowns) {
+    ZeroOutputs(gradient, normal);  // outside the block form's contract: nothing is summed
+    return;
+  }
+  const UniqueDoubles block = NormalEquationsBlock(x, gradient, normal, &elements);
+  if (!block) return;
+  double* sum = block.get();
+  double* corr = sum + elements;
+  double rowData[kResidualBlock * kMaxBlockUnknowns];
+  double residuals[kResidualBlock];
+  for (std::int32_t first = 0; first < points.count; first += kResidualBlock) {
+    const std::int32_t n =
+        points.count - first < kResidualBlock ? points.count - first : kResidualBlock;
+    rows(points, first, n, x, rowData, residuals);
+    SumPointTerms(p, rowData, residuals, n, sum, corr);
+  }
+  StoreNormalEquations(sum, p, gradient, normal);
 }
 
 std::int32_t MinimiseLM(void* context, ObjectiveFn objective, GradientFn gradient,

@@ -34,6 +34,19 @@ using GradientFn = void (*)(void* context, NVector& x, NVector& gradient, NMatri
 using ResidualFn = double (*)(const PointSet& points, std::int32_t i, const NVector& x);
 using ResidualRowFn = void (*)(const PointSet& points, std::int32_t i, const NVector& x,
                                NVector& row, double& residual);
+// Residuals of the points first .. first + count - 1 into out[0 .. count - 1]: one call per
+// block of points, so that what is constant within a pass is computed once per block and the
+// points of a block can be evaluated side by side.
+using ResidualBlockFn = void (*)(const PointSet& points, std::int32_t first, std::int32_t count,
+                                 const NVector& x, double* out);
+// Jacobian rows (count x p, row after row) and residuals of a block of points, as
+// ResidualRowFn gives them one point at a time.
+using ResidualRowBlockFn = void (*)(const PointSet& points, std::int32_t first, std::int32_t count,
+                                    const NVector& x, double* rows, double* residuals);
+// Largest number of points a block function is asked for at once.
+constexpr std::int32_t kResidualBlock = 256;
+// Largest number of unknowns of a block row function (rows are kept on the stack).
+constexpr std::int32_t kMaxBlockUnknowns = 8;
 
 // Damping at the start of a minimisation; shrunk by kDampingShrink before the first trial.
 constexpr double kInitialDamping = 1e-5;
@@ -59,12 +72,18 @@ bool StepConvergedInclusive(const NVector& x, const NVector& xPrev, double tol);
 
 // Compensated sum of r_i^2 over the points; just r_0^2 for a single point and 0 without points.
 double SumOfSquares(const PointSet& points, const NVector& x, ResidualFn residual);
+// The same sum, bit for bit, from residuals computed a block at a time.
+double SumOfSquares(const PointSet& points, const NVector& x, ResidualBlockFn residuals);
 
 // gradient = J^T r and normal = J^T J (packed lower triangle, p = x.count) over all points,
 // every element summed with its own compensation term in one zero-filled work block. When the
 // block cannot be allocated, or the shapes do not match, both outputs are set to zero.
 void NormalEquations(const PointSet& points, const NVector& x, ResidualRowFn row, NVector& gradient,
                      NMatrix& normal);
+// The same sums, bit for bit, from rows computed a block at a time (x.count at most
+// kMaxBlockUnknowns); the elements' compensated steps run two elements side by side.
+void NormalEquations(const PointSet& points, const NVector& x, ResidualRowBlockFn rows,
+                     NVector& gradient, NMatrix& normal);
 
 // Minimises from x (overwritten by the solution). maxIter counts objective evaluations of
 // trials plus one; 0 means no limit. tol is the step tolerance (absolute when >= 0, relative

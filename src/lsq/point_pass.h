@@ -17,10 +17,10 @@
 #include <cstddef>
 
 #include "core/constants.h"
-#include "lsq/lanes.h"
 #include "lsq/linearisation.h"
 #include "lsq/probe_compensation.h"
 #include "lsq/shape.h"
+#include "numeric/lanes.h"
 
 // The loops below run over a shape's fixed sizes (at most 7); unrolled, their sums stay in
 // registers instead of memory.

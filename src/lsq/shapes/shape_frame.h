@@ -17,9 +17,9 @@
 
 #include <cmath>
 
-#include "lsq/lanes.h"
 #include "lsq/linearisation.h"
 #include "metrofit.h"
+#include "numeric/lanes.h"
 
 namespace metrofit {
 

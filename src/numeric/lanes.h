@@ -5,8 +5,8 @@
 // plain pair. Every lane does exactly the scalar operation (no contraction, no reassociation),
 // so a pair gives each point the bits the scalar code gives it; pairs only halve the number
 // of instructions, divisions and square roots included.
-#ifndef METROFIT_LSQ_LANES_H
-#define METROFIT_LSQ_LANES_H
+#ifndef METROFIT_NUMERIC_LANES_H
+#define METROFIT_NUMERIC_LANES_H
 
 #include <cmath>
 
@@ -143,4 +143,4 @@ inline Vec3<DoublePair> Broadcast<DoublePair>(const KPt3<double>& e) {
 
 }  // namespace metrofit
 
-#endif  // METROFIT_LSQ_LANES_H
+#endif  // METROFIT_NUMERIC_LANES_H
