@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "extended/compensated.h"
+#include "extended/cylinder_model.h"
 #include "extended/enclosing_ball.h"
 #include "extended/levenberg_marquardt.h"
 #include "extended/nvector.h"
@@ -168,5 +169,40 @@ void BM_MinimiseLMSphere(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(BM_MinimiseLMSphere)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+// One pass of the extended cylinder's objective (sum of squared residuals) and of its normal
+// equations, per point: items are points, so 1 / rate is the cost per point per pass.
+namespace {
+
+metrofit::numeric::UniqueVector CylinderParameters() {
+  UniqueVector x(CreateVector(metrofit::numeric::kCylinderParams));
+  const double values[] = {0.1, -0.2, 0.05, 0.0, 0.0, 1.0, kRadius};
+  for (int k = 0; k < metrofit::numeric::kCylinderParams; ++k) (*x)[k] = values[k];
+  return x;
+}
+
+void BM_NumericCylinderObjective(benchmark::State& state) {
+  UniquePointSet pts = ToPointSet(SphereShell(static_cast<std::size_t>(state.range(0))));
+  UniqueVector x = CylinderParameters();
+  for (auto _ : state) benchmark::DoNotOptimize(CylinderObjective(pts.get(), *x));
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(BM_NumericCylinderObjective)->Arg(100000)->Unit(benchmark::kMicrosecond);
+
+void BM_NumericCylinderNormalEquations(benchmark::State& state) {
+  UniquePointSet pts = ToPointSet(SphereShell(static_cast<std::size_t>(state.range(0))));
+  UniqueVector x = CylinderParameters();
+  UniqueVector g(CreateVector(metrofit::numeric::kCylinderParams));
+  UniqueMatrix a(CreateMatrix(metrofit::numeric::kCylinderParams,
+                              metrofit::numeric::kCylinderParams, kPackedSymmetric));
+  for (auto _ : state) {
+    NormalEquations(*pts, *x, metrofit::numeric::CylinderResidualRows, *g, *a);
+    benchmark::DoNotOptimize(a->data[0]);
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(BM_NumericCylinderNormalEquations)->Arg(100000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

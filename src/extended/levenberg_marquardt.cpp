@@ -188,12 +188,14 @@ void StoreNormalEquations(const double* sum, std::int32_t p, NVector& gradient, 
 }
 
 // The terms of one point in element order: row[u] row[v] for v <= u, then r row[u].
-std::int64_t PointTerms(const double* row, double r, std::int32_t p, double* terms) {
+template <std::int32_t p>
+void PointTerms(const double* row, double r, double* terms) {
   std::int64_t k = 0;
-  for (std::int32_t u = 0; u < p; ++u)
-    for (std::int32_t v = 0; v <= u; ++v) terms[k++] = row[u] * row[v];
+  METROFIT_UNROLL
+  for (std::int32_t u = 0; u < p; ++u) METROFIT_UNROLL
+  for (std::int32_t v = 0; v <= u; ++v) terms[k++] = row[u] * row[v];
+  METROFIT_UNROLL
   for (std::int32_t u = 0; u < p; ++u) terms[k++] = r * row[u];
-  return k;
 }
 
 // Each element's own Kahan step, y = term - corr, t = sum + y, corr = (t - sum) - y, sum = t,
@@ -201,6 +203,7 @@ std::int64_t PointTerms(const double* row, double r, std::int32_t p, double* ter
 template <std::int64_t n>
 void AddTermsOf(const double* terms, double* sum, double* corr) {
   std::int64_t k = 0;
+  METROFIT_UNROLL
   for (; k + 1 < n; k += 2) {
     DoublePair term, c, s;
     std::memcpy(&term, terms + k, sizeof term);
@@ -212,7 +215,7 @@ void AddTermsOf(const double* terms, double* sum, double* corr) {
     std::memcpy(corr + k, &nc, sizeof nc);
     std::memcpy(sum + k, &t, sizeof t);
   }
-  for (; k < n; ++k) {
+  if (k < n) {
     const double y = terms[k] - corr[k];
     const double t = sum[k] + y;
     corr[k] = (t - sum[k]) - y;
@@ -236,7 +239,7 @@ void SumPointTerms(const double* rows, const double* residuals, std::int32_t cou
   constexpr std::int64_t kTerms = p * (p + 1) / 2 + p;
   for (std::int32_t i = 0; i < count; ++i) {
     double terms[kTerms];
-    PointTerms(rows + static_cast<std::ptrdiff_t>(i) * p, residuals[i], p, terms);
+    PointTerms<p>(rows + static_cast<std::ptrdiff_t>(i) * p, residuals[i], terms);
     AddTermsOf<kTerms>(terms, sum, corr);
   }
 }

@@ -22,14 +22,6 @@
 #include "lsq/shape.h"
 #include "numeric/lanes.h"
 
-// The loops below run over a shape's fixed sizes (at most 7); unrolled, their sums stay in
-// registers instead of memory.
-#if defined(__GNUC__) && !defined(__clang__)
-#define METROFIT_UNROLL _Pragma("GCC unroll 8")
-#else
-#define METROFIT_UNROLL
-#endif
-
 namespace metrofit {
 
 // Whether a pivot passes the sweep's test: safely normal (not zero, denormal or NaN); for two

@@ -16,6 +16,14 @@
 #include <emmintrin.h>
 #endif
 
+// Loops over small sizes fixed at compile time (a shape's parameters, a block row): unrolled,
+// their values stay in registers instead of memory.
+#if defined(__GNUC__) && !defined(__clang__)
+#define METROFIT_UNROLL _Pragma("GCC unroll 8")
+#else
+#define METROFIT_UNROLL
+#endif
+
 namespace metrofit {
 
 #if defined(__GNUC__)
