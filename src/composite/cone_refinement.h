@@ -32,6 +32,15 @@ void ConeGradient(void* points, numeric::NVector& x, numeric::NVector& gradient,
 void ConeResidualRow(const numeric::PointSet& points, std::int32_t i, const numeric::NVector& x,
                      numeric::NVector& row, double& residual);
 
+// The objective's residual of point i, and both forms for a block of points: bit for bit the
+// one-point forms, with the angle's sine and cosine and |a| once per block and two points side
+// by side.
+double ConeResidual(const numeric::PointSet& points, std::int32_t i, const numeric::NVector& x);
+void ConeResiduals(const numeric::PointSet& points, std::int32_t first, std::int32_t count,
+                   const numeric::NVector& x, double* out);
+void ConeResidualRows(const numeric::PointSet& points, std::int32_t first, std::int32_t count,
+                      const numeric::NVector& x, double* rows, double* residuals);
+
 // Canonicalise, minimise, and when that did not fail outright, canonicalise and minimise
 // again from where the first run stopped. Returns the status of the last run.
 std::int32_t MinimiseCone(numeric::PointSet& points, numeric::NVector& x, std::int32_t maxIter,
