@@ -115,17 +115,10 @@ double ConeResidual(const PointSet& pts, std::int32_t i, const NVector& x) {
 
 namespace {
 
-// The cross product q x a of two points side by side, its length by Hypot3.
+// |q x a| of two points side by side, by Hypot3 as CrossLength forms it.
 DoublePair CrossLength(const DoublePair (&q)[3], const double (&a)[3]) {
   return numeric::Hypot3(q[1] * a[2] - q[2] * a[1], q[2] * a[0] - q[0] * a[2],
                          q[0] * a[1] - q[1] * a[0]);
-}
-
-// q = p - apex of points k and k + 1 of the block.
-void PairOffsets(const PointSet& pts, std::int32_t at, const NVector& x, DoublePair (&q)[3]) {
-  const double* p = pts.Point(at);
-  const double* r = pts.Point(at + 1);
-  for (int k = 0; k < 3; ++k) q[k] = MakePair(p[k], r[k]) - x[k];
 }
 
 }  // namespace
@@ -135,17 +128,17 @@ void ConeResiduals(const PointSet& pts, std::int32_t first, std::int32_t count, 
   const double a[3] = {x[3], x[4], x[5]};
   const double len = numeric::Hypot3(a[0], a[1], a[2]);
   const double c = std::cos(x[7]), s = std::sin(x[7]);
-  std::int32_t k = 0;
-  for (; k + 1 < count; k += 2) {
-    DoublePair q[3];
-    PairOffsets(pts, first + k, x, q);
-    const DoublePair rho = CrossLength(q, a);
-    const DoublePair t = q[0] * a[0] + q[1] * a[1] + q[2] * a[2];
-    const DoublePair r = (rho * c - t * s) / len - x[6];
-    out[k] = r[0];
-    out[k + 1] = r[1];
-  }
-  if (k < count) out[k] = ConeResidual(pts, first + k, x);
+  numeric::ForPointPairs(
+      pts, first, count,
+      [&](std::int32_t k, const DoublePair(&p)[3]) {
+        const DoublePair q[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
+        const DoublePair rho = CrossLength(q, a);
+        const DoublePair t = q[0] * a[0] + q[1] * a[1] + q[2] * a[2];
+        const DoublePair r = (rho * c - t * s) / len - x[6];
+        out[k] = r[0];
+        out[k + 1] = r[1];
+      },
+      [&](std::int32_t k) { out[k] = ConeResidual(pts, first + k, x); });
 }
 
 void ConeResidualRows(const PointSet& pts, std::int32_t first, std::int32_t count, const NVector& x,
@@ -153,37 +146,35 @@ void ConeResidualRows(const PointSet& pts, std::int32_t first, std::int32_t coun
   constexpr std::int32_t kParams = 8;
   const double a[3] = {x[3], x[4], x[5]};
   const double c = std::cos(x[7]), s = std::sin(x[7]);
-  std::int32_t k = 0;
-  for (; k + 1 < count; k += 2) {
-    DoublePair q[3];
-    PairOffsets(pts, first + k, x, q);
-    const DoublePair rho = CrossLength(q, a);
-    const DoublePair t = q[0] * a[0] + q[1] * a[1] + q[2] * a[2];
-    const DoublePair r = rho * c - t * s - x[6];
-    const DoublePair slope = -t * c - rho * s;
-    double* row[2] = {rows + static_cast<std::ptrdiff_t>(k) * kParams,
-                      rows + static_cast<std::ptrdiff_t>(k + 1) * kParams};
-    for (int j = 0; j < 3; ++j) {
-      const DoublePair w = q[j] - t * a[j];
-      const DoublePair position = s * a[j] - c * w / rho;
-      const DoublePair axis = -(t * c / rho + s) * w;
-      for (int lane = 0; lane < 2; ++lane) {
+  numeric::ForPointPairs(
+      pts, first, count,
+      [&](std::int32_t k, const DoublePair(&p)[3]) {
+        const DoublePair q[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
+        const DoublePair rho = CrossLength(q, a);
+        const DoublePair t = q[0] * a[0] + q[1] * a[1] + q[2] * a[2];
+        const DoublePair r = rho * c - t * s - x[6];
+        residuals[k] = r[0];
+        residuals[k + 1] = r[1];
         // On the axis (rho = 0) position and axis have no derivative, as in the one-point form.
-        const bool onAxis = !(rho[lane] != 0.0);
-        row[lane][j] = onAxis ? 0.0 : position[lane];
-        row[lane][3 + j] = onAxis ? 0.0 : axis[lane];
-      }
-    }
-    for (int lane = 0; lane < 2; ++lane) {
-      residuals[k + lane] = r[lane];
-      row[lane][6] = -1.0;
-      row[lane][7] = slope[lane];
-    }
-  }
-  if (k < count) {
-    NVector view = numeric::VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);
-    ConeResidualRow(pts, first + k, x, view, residuals[k]);
-  }
+        const bool onAxis[2] = {!(rho[0] != 0.0), !(rho[1] != 0.0)};
+        for (int j = 0; j < 3; ++j) {
+          const DoublePair w = q[j] - t * a[j];
+          const DoublePair position = s * a[j] - c * w / rho;
+          const DoublePair axis = -(t * c / rho + s) * w;
+          numeric::StoreRowPair(
+              rows, kParams, k, j,
+              MakePair(onAxis[0] ? 0.0 : position[0], onAxis[1] ? 0.0 : position[1]));
+          numeric::StoreRowPair(rows, kParams, k, 3 + j,
+                                MakePair(onAxis[0] ? 0.0 : axis[0], onAxis[1] ? 0.0 : axis[1]));
+        }
+        numeric::StoreRowPair(rows, kParams, k, 6, Splat(-1.0));
+        numeric::StoreRowPair(rows, kParams, k, 7, -t * c - rho * s);
+      },
+      [&](std::int32_t k) {
+        NVector view =
+            numeric::VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);
+        ConeResidualRow(pts, first + k, x, view, residuals[k]);
+      });
 }
 
 void CanonicalCone(NVector& x) {

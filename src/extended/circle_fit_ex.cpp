@@ -48,12 +48,48 @@ void CircleResidualRow(const PointSet& points, std::int32_t i, const NVector& x,
   residual = len - x[2];
 }
 
+void CircleResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
+                     const NVector& x, double* out) {
+  ForPointPairs(
+      points, first, count,
+      [&](std::int32_t k, const DoublePair(&p)[3]) {
+        const DoublePair r = Hypot3(p[0] - x[0], p[1] - x[1], Splat(0.0)) - x[2];
+        out[k] = r[0];
+        out[k + 1] = r[1];
+      },
+      [&](std::int32_t k) { out[k] = CircleResidual(points, first + k, x); });
+}
+
+void CircleResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
+                        const NVector& x, double* rows, double* residuals) {
+  constexpr std::int32_t kParams = 3;
+  ForPointPairs(
+      points, first, count,
+      [&](std::int32_t k, const DoublePair(&p)[3]) {
+        const DoublePair d[2] = {p[0] - x[0], p[1] - x[1]};
+        const DoublePair len = Hypot3(d[0], d[1], Splat(0.0));
+        for (int j = 0; j < 2; ++j) {
+          const DoublePair q = -d[j] / len;
+          StoreRowPair(rows, kParams, k, j,
+                       MakePair(len[0] == 0.0 ? 0.0 : q[0], len[1] == 0.0 ? 0.0 : q[1]));
+        }
+        StoreRowPair(rows, kParams, k, 2, Splat(-1.0));
+        const DoublePair r = len - x[2];
+        residuals[k] = r[0];
+        residuals[k + 1] = r[1];
+      },
+      [&](std::int32_t k) {
+        NVector view = VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);
+        CircleResidualRow(points, first + k, x, view, residuals[k]);
+      });
+}
+
 double CircleObjective(void* context, const NVector& x) {
-  return SumOfSquares(*static_cast<const PointSet*>(context), x, CircleResidual);
+  return SumOfSquares(*static_cast<const PointSet*>(context), x, CircleResiduals);
 }
 
 void CircleGradient(void* context, NVector& x, NVector& gradient, NMatrix& normal) {
-  NormalEquations(*static_cast<const PointSet*>(context), x, CircleResidualRow, gradient, normal);
+  NormalEquations(*static_cast<const PointSet*>(context), x, CircleResidualRows, gradient, normal);
 }
 
 }  // namespace numeric

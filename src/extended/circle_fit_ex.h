@@ -55,6 +55,11 @@ namespace numeric {
 double CircleResidual(const PointSet& points, std::int32_t i, const NVector& x);
 void CircleResidualRow(const PointSet& points, std::int32_t i, const NVector& x, NVector& row,
                        double& residual);
+// Both for a block of points, bit for bit the one-point forms, two points side by side.
+void CircleResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
+                     const NVector& x, double* out);
+void CircleResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
+                        const NVector& x, double* rows, double* residuals);
 // Objective callback: SumOfSquares of CircleResidual; the context is the PointSet.
 double CircleObjective(void* context, const NVector& x);
 // Gradient callback: NormalEquations of CircleResidualRow.

@@ -39,23 +39,19 @@ void CylinderResiduals(const PointSet& points, std::int32_t first, std::int32_t 
                        const NVector& x, double* out) {
   const double a[3] = {x[3], x[4], x[5]};
   const double axisLength = Hypot3(a[0], a[1], a[2]);
-  const double radius = x[6];
-  std::int32_t k = 0;
-  for (; k + 1 < count; k += 2) {
-    const double* p = points.Point(first + k);
-    const double* q = points.Point(first + k + 1);
-    const DoublePair d0 = MakePair(p[0], q[0]) - x[0];
-    const DoublePair d1 = MakePair(p[1], q[1]) - x[1];
-    const DoublePair d2 = MakePair(p[2], q[2]) - x[2];
-    // w = d x a, as Cross forms it.
-    const DoublePair w0 = d1 * a[2] - d2 * a[1];
-    const DoublePair w1 = d2 * a[0] - d0 * a[2];
-    const DoublePair w2 = d0 * a[1] - d1 * a[0];
-    const DoublePair r = Hypot3(w0, w1, w2) / axisLength - radius;
-    out[k] = r[0];
-    out[k + 1] = r[1];
-  }
-  if (k < count) out[k] = CylinderResidual(points, first + k, x);
+  ForPointPairs(
+      points, first, count,
+      [&](std::int32_t k, const DoublePair(&p)[3]) {
+        const DoublePair d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
+        // w = d x a, as Cross forms it.
+        const DoublePair r = Hypot3(d[1] * a[2] - d[2] * a[1], d[2] * a[0] - d[0] * a[2],
+                                    d[0] * a[1] - d[1] * a[0]) /
+                                 axisLength -
+                             x[6];
+        out[k] = r[0];
+        out[k + 1] = r[1];
+      },
+      [&](std::int32_t k) { out[k] = CylinderResidual(points, first + k, x); });
 }
 
 void CylinderResidualRow(const PointSet& points, std::int32_t i, const NVector& x, NVector& row,
@@ -83,40 +79,34 @@ void CylinderResidualRow(const PointSet& points, std::int32_t i, const NVector& 
 void CylinderResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
                           const NVector& x, double* rows, double* residuals) {
   const double a[3] = {x[3], x[4], x[5]};
-  std::int32_t k = 0;
-  for (; k + 1 < count; k += 2) {
-    const double* p = points.Point(first + k);
-    const double* q = points.Point(first + k + 1);
-    const DoublePair d[3] = {MakePair(p[0], q[0]) - x[0], MakePair(p[1], q[1]) - x[1],
-                             MakePair(p[2], q[2]) - x[2]};
-    const DoublePair w0 = d[1] * a[2] - d[2] * a[1];
-    const DoublePair w1 = d[2] * a[0] - d[0] * a[2];
-    const DoublePair w2 = d[0] * a[1] - d[1] * a[0];
-    const DoublePair len = Hypot3(w0, w1, w2);
-    const DoublePair r = len - x[6];
-    const DoublePair t = d[0] * a[0] + d[1] * a[1] + d[2] * a[2];
-    double* row[2] = {rows + static_cast<std::ptrdiff_t>(k) * kCylinderParams,
-                      rows + static_cast<std::ptrdiff_t>(k + 1) * kCylinderParams};
-    for (int lane = 0; lane < 2; ++lane) {
-      residuals[k + lane] = r[lane];
-      row[lane][6] = -1.0;
-    }
-    for (int j = 0; j < 3; ++j) {
-      const DoublePair qj = (d[j] - t * a[j]) / len;
-      const DoublePair tq = -t * qj;
-      for (int lane = 0; lane < 2; ++lane) {
+  ForPointPairs(
+      points, first, count,
+      [&](std::int32_t k, const DoublePair(&p)[3]) {
+        const DoublePair d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
+        const DoublePair len =
+            Hypot3(d[1] * a[2] - d[2] * a[1], d[2] * a[0] - d[0] * a[2], d[0] * a[1] - d[1] * a[0]);
+        const DoublePair r = len - x[6];
+        residuals[k] = r[0];
+        residuals[k + 1] = r[1];
+        const DoublePair t = d[0] * a[0] + d[1] * a[1] + d[2] * a[2];
         // A point on the axis has no direction to move: its row is zero, as in the scalar form.
-        const bool onAxis = len[lane] == 0.0;
-        row[lane][j] = onAxis ? 0.0 : -qj[lane];
-        row[lane][3 + j] = onAxis ? 0.0 : tq[lane];
-      }
-    }
-  }
-  if (k < count) {
-    NVector view =
-        VectorView(rows + static_cast<std::ptrdiff_t>(k) * kCylinderParams, kCylinderParams);
-    CylinderResidualRow(points, first + k, x, view, residuals[k]);
-  }
+        const bool onAxis[2] = {len[0] == 0.0, len[1] == 0.0};
+        for (int j = 0; j < 3; ++j) {
+          const DoublePair q = (d[j] - t * a[j]) / len;
+          const DoublePair position = -q;
+          const DoublePair axis = -t * q;
+          StoreRowPair(rows, kCylinderParams, k, j,
+                       MakePair(onAxis[0] ? 0.0 : position[0], onAxis[1] ? 0.0 : position[1]));
+          StoreRowPair(rows, kCylinderParams, k, 3 + j,
+                       MakePair(onAxis[0] ? 0.0 : axis[0], onAxis[1] ? 0.0 : axis[1]));
+        }
+        StoreRowPair(rows, kCylinderParams, k, 6, Splat(-1.0));
+      },
+      [&](std::int32_t k) {
+        NVector view =
+            VectorView(rows + static_cast<std::ptrdiff_t>(k) * kCylinderParams, kCylinderParams);
+        CylinderResidualRow(points, first + k, x, view, residuals[k]);
+      });
 }
 
 double CylinderObjective(void* context, const NVector& x) {

@@ -26,6 +26,7 @@
 #include <cstdint>
 
 #include "extended/nvector.h"
+#include "numeric/lanes.h"
 
 namespace metrofit::numeric {
 
@@ -47,6 +48,28 @@ using ResidualRowBlockFn = void (*)(const PointSet& points, std::int32_t first, 
 constexpr std::int32_t kResidualBlock = 256;
 // Largest number of unknowns of a block row function (rows are kept on the stack).
 constexpr std::int32_t kMaxBlockUnknowns = 8;
+
+// The skeleton of a block function: pair(k, xyz) for the points first + k and first + k + 1,
+// their coordinates as pairs, and one(k) for a last point left alone.
+template <class Pair, class One>
+inline void ForPointPairs(const PointSet& points, std::int32_t first, std::int32_t count, Pair pair,
+                          One one) {
+  std::int32_t k = 0;
+  for (; k + 1 < count; k += 2) {
+    const double* p = points.Point(first + k);
+    const double* q = points.Point(first + k + 1);
+    const DoublePair xyz[3] = {MakePair(p[0], q[0]), MakePair(p[1], q[1]), MakePair(p[2], q[2])};
+    pair(k, xyz);
+  }
+  if (k < count) one(k);
+}
+
+// Element j of the rows (p wide) of points k and k + 1 from a pair.
+inline void StoreRowPair(double* rows, std::int32_t p, std::int32_t k, std::int32_t j,
+                         const DoublePair& v) {
+  rows[static_cast<std::ptrdiff_t>(k) * p + j] = v[0];
+  rows[static_cast<std::ptrdiff_t>(k + 1) * p + j] = v[1];
+}
 
 // Damping at the start of a minimisation; shrunk by kDampingShrink before the first trial.
 constexpr double kInitialDamping = 1e-5;

@@ -38,13 +38,49 @@ void SphereResidualRow(const PointSet& points, std::int32_t i, const NVector& x,
   residual = len - x[3];
 }
 
+void SphereResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
+                     const NVector& x, double* out) {
+  ForPointPairs(
+      points, first, count,
+      [&](std::int32_t k, const DoublePair(&p)[3]) {
+        const DoublePair r = Hypot3(p[0] - x[0], p[1] - x[1], p[2] - x[2]) - x[3];
+        out[k] = r[0];
+        out[k + 1] = r[1];
+      },
+      [&](std::int32_t k) { out[k] = SphereResidual(points, first + k, x); });
+}
+
+void SphereResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
+                        const NVector& x, double* rows, double* residuals) {
+  constexpr std::int32_t kParams = 4;
+  ForPointPairs(
+      points, first, count,
+      [&](std::int32_t k, const DoublePair(&p)[3]) {
+        const DoublePair d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
+        const DoublePair len = Hypot3(d[0], d[1], d[2]);
+        for (int j = 0; j < 3; ++j) {
+          const DoublePair q = -d[j] / len;
+          StoreRowPair(rows, kParams, k, j,
+                       MakePair(len[0] == 0.0 ? 0.0 : q[0], len[1] == 0.0 ? 0.0 : q[1]));
+        }
+        StoreRowPair(rows, kParams, k, 3, Splat(-1.0));
+        const DoublePair r = len - x[3];
+        residuals[k] = r[0];
+        residuals[k + 1] = r[1];
+      },
+      [&](std::int32_t k) {
+        NVector view = VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);
+        SphereResidualRow(points, first + k, x, view, residuals[k]);
+      });
+}
+
 double SphereObjective(void* context, const NVector& x) {
-  return SumOfSquares(*static_cast<const PointSet*>(context), x, SphereResidual);
+  return SumOfSquares(*static_cast<const PointSet*>(context), x, SphereResiduals);
 }
 
 void SphereGradient(void* context, NVector& x, NVector& gradient, NMatrix& normal) {
   if (x[3] < 0.0) x[3] = -x[3];
-  NormalEquations(*static_cast<const PointSet*>(context), x, SphereResidualRow, gradient, normal);
+  NormalEquations(*static_cast<const PointSet*>(context), x, SphereResidualRows, gradient, normal);
 }
 
 }  // namespace numeric

@@ -30,6 +30,11 @@ namespace numeric {
 double SphereResidual(const PointSet& points, std::int32_t i, const NVector& x);
 void SphereResidualRow(const PointSet& points, std::int32_t i, const NVector& x, NVector& row,
                        double& residual);
+// Both for a block of points, bit for bit the one-point forms, two points side by side.
+void SphereResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
+                     const NVector& x, double* out);
+void SphereResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
+                        const NVector& x, double* rows, double* residuals);
 // Objective callback: SumOfSquares of SphereResidual; the context is the PointSet.
 double SphereObjective(void* context, const NVector& x);
 // Gradient callback: the radius sign fix, then NormalEquations of SphereResidualRow.

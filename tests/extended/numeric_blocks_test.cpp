@@ -8,10 +8,12 @@
 #include <limits>
 #include <vector>
 
+#include "extended/circle_fit_ex.h"
 #include "extended/compensated.h"
 #include "extended/cylinder_model.h"
 #include "extended/levenberg_marquardt.h"
 #include "extended/nvector.h"
+#include "extended/sphere_fit_ex.h"
 #include "numeric_test_util.h"
 
 namespace metrofit::numeric {
@@ -126,6 +128,44 @@ TEST(NumericBlocks, BlockNormalEquationsAreTheOnePointSums) {
     for (std::int64_t k = 0; k < packed; ++k)
       EXPECT_TRUE(SameBits(a1->data[k], a2->data[k])) << count << " " << k;
   }
+}
+
+// Sphere and circle (in its plane, z ignored): the block forms against the one-point forms on
+// points about a centre, some exactly at it.
+template <class Residual, class Residuals, class Row, class Rows>
+void ExpectBlockFormsMatch(std::int32_t params, Residual residual, Residuals residuals, Row row,
+                           Rows rows) {
+  Rng rng(47);
+  for (std::int32_t count : {1, 2, 9, 300}) {
+    UniquePointSet pts(CreatePointSet(count));
+    UniqueVector x(CreateVector(params));
+    for (std::int32_t k = 0; k < params; ++k) (*x)[k] = Uniform(rng, 100.0, 200.0);
+    for (std::int32_t i = 0; i < count; ++i)
+      for (int k = 0; k < 3; ++k)
+        pts->Point(i)[k] = (i % 5 == 2 && k < 2 ? (*x)[k] : Uniform(rng, 50.0, 250.0));
+    std::vector<double> out(static_cast<std::size_t>(count)), res(out.size());
+    std::vector<double> rowData(out.size() * static_cast<std::size_t>(params));
+    residuals(*pts, 0, count, *x, out.data());
+    rows(*pts, 0, count, *x, rowData.data(), res.data());
+    std::vector<double> one(static_cast<std::size_t>(params));
+    for (std::int32_t i = 0; i < count; ++i) {
+      EXPECT_TRUE(SameBits(out[i], residual(*pts, i, *x))) << i;
+      NVector view = VectorView(one.data(), params);
+      double r = 0.0;
+      row(*pts, i, *x, view, r);
+      EXPECT_TRUE(SameBits(res[i], r)) << i;
+      for (std::int32_t k = 0; k < params; ++k)
+        EXPECT_TRUE(SameBits(rowData[static_cast<std::size_t>(i * params + k)], one[k]));
+    }
+  }
+}
+
+TEST(NumericBlocks, SphereBlockFormsAreTheOnePointForms) {
+  ExpectBlockFormsMatch(4, SphereResidual, SphereResiduals, SphereResidualRow, SphereResidualRows);
+}
+
+TEST(NumericBlocks, CircleBlockFormsAreTheOnePointForms) {
+  ExpectBlockFormsMatch(3, CircleResidual, CircleResiduals, CircleResidualRow, CircleResidualRows);
 }
 
 // More unknowns than the block form holds: both outputs zero, as for mismatched shapes.
