@@ -8,12 +8,12 @@
 #include <cstring>
 #include <vector>
 
-#include "extended/compensated.h"
 #include "extended/cylinder_model.h"
-#include "extended/enclosing_ball.h"
-#include "extended/levenberg_marquardt.h"
-#include "extended/nvector.h"
-#include "extended/svd.h"
+#include "numeric/compensated.h"
+#include "numeric/enclosing_ball.h"
+#include "numeric/levenberg_marquardt.h"
+#include "numeric/nvector.h"
+#include "numeric/svd.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 
 #include "composite/cylinder_cone_fit.h"
 #include "core/constants.h"
-#include "extended/centred_copy.h"
-#include "extended/compensated.h"
-#include "extended/levenberg_marquardt.h"
+#include "numeric/centred_copy.h"
+#include "numeric/compensated.h"
+#include "numeric/levenberg_marquardt.h"
 
 namespace metrofit {
 namespace {

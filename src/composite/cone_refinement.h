@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 namespace metrofit {
 

@@ -20,13 +20,13 @@
 #include <limits>
 
 #include "core/driver.h"
-#include "extended/centred_copy.h"
-#include "extended/compensated.h"
-#include "extended/enclosing_ball.h"
-#include "extended/levenberg_marquardt.h"
 #include "extended/plane_frame.h"
 #include "extended/point_store.h"
-#include "extended/svd.h"
+#include "numeric/centred_copy.h"
+#include "numeric/compensated.h"
+#include "numeric/enclosing_ball.h"
+#include "numeric/levenberg_marquardt.h"
+#include "numeric/svd.h"
 
 namespace metrofit {
 namespace numeric {

@@ -16,8 +16,8 @@
 
 #include <cstdint>
 
-#include "extended/nvector.h"
 #include "metrofit.h"
+#include "numeric/nvector.h"
 
 namespace metrofit {
 

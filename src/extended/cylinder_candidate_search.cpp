@@ -9,7 +9,7 @@
 #include "core/constants.h"
 #include "extended/cylinder_fit_ex.h"
 #include "extended/extended_status.h"
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 namespace metrofit {
 namespace {

@@ -11,11 +11,11 @@
 #include <limits>
 
 #include "core/constants.h"
-#include "extended/centred_copy.h"
 #include "extended/cylinder_candidate_search.h"
 #include "extended/cylinder_model.h"
 #include "extended/extended_status.h"
-#include "extended/nvector.h"
+#include "numeric/centred_copy.h"
+#include "numeric/nvector.h"
 
 namespace metrofit {
 

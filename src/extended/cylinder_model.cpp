@@ -3,9 +3,9 @@
 
 #include <cmath>
 
-#include "extended/compensated.h"
 #include "extended/extended_status.h"
-#include "extended/levenberg_marquardt.h"
+#include "numeric/compensated.h"
+#include "numeric/levenberg_marquardt.h"
 
 namespace metrofit::numeric {
 namespace {

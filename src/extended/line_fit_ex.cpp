@@ -10,12 +10,12 @@
 #include <limits>
 
 #include "core/form_error.h"
-#include "extended/centred_copy.h"
-#include "extended/compensated.h"
 #include "extended/extended_status.h"
-#include "extended/nvector.h"
-#include "extended/svd.h"
 #include "metrofit.h"
+#include "numeric/centred_copy.h"
+#include "numeric/compensated.h"
+#include "numeric/nvector.h"
+#include "numeric/svd.h"
 
 namespace metrofit {
 namespace {

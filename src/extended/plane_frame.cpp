@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "extended/compensated.h"
+#include "numeric/compensated.h"
 
 namespace metrofit::numeric {
 namespace {

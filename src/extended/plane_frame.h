@@ -25,7 +25,7 @@
 
 #include <cstdint>
 
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 namespace metrofit::numeric {
 

@@ -27,7 +27,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 namespace metrofit::numeric {
 

@@ -13,12 +13,12 @@
 #include <cstddef>
 #include <limits>
 
-#include "extended/centred_copy.h"
-#include "extended/compensated.h"
-#include "extended/enclosing_ball.h"
 #include "extended/extended_status.h"
-#include "extended/levenberg_marquardt.h"
 #include "metrofit.h"
+#include "numeric/centred_copy.h"
+#include "numeric/compensated.h"
+#include "numeric/enclosing_ball.h"
+#include "numeric/levenberg_marquardt.h"
 
 namespace metrofit {
 namespace numeric {

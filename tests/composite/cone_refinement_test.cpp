@@ -16,10 +16,10 @@
 
 #include "composite/composite_test_util.h"
 #include "composite/cylinder_cone_fit.h"
-#include "extended/centred_copy.h"
-#include "extended/levenberg_marquardt.h"
-#include "extended/nvector.h"
 #include "metrofit.h"
+#include "numeric/centred_copy.h"
+#include "numeric/levenberg_marquardt.h"
+#include "numeric/nvector.h"
 #include "support/geometry_compare.h"
 #include "support/known_solution.h"
 

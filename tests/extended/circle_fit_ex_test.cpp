@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "ex_fit_test_util.h"
-#include "extended/compensated.h"
-#include "extended/nvector.h"
 #include "extended/point_store.h"
 #include "metrofit.h"
+#include "numeric/compensated.h"
+#include "numeric/nvector.h"
 
 namespace metrofit {
 namespace {

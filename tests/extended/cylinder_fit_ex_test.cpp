@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "ex_fit_test_util.h"
-#include "extended/centred_copy.h"
 #include "extended/cylinder_candidate_search.h"
 #include "extended/cylinder_model.h"
 #include "extended/extended_status.h"
-#include "extended/nvector.h"
 #include "metrofit.h"
+#include "numeric/centred_copy.h"
+#include "numeric/nvector.h"
 
 namespace metrofit {
 namespace {

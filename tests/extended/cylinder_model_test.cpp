@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "ex_fit_test_util.h"
-#include "extended/centred_copy.h"
-#include "extended/levenberg_marquardt.h"
-#include "extended/nvector.h"
+#include "numeric/centred_copy.h"
+#include "numeric/levenberg_marquardt.h"
+#include "numeric/nvector.h"
 
 namespace metrofit {
 namespace {

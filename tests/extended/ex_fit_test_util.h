@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "metrofit.h"
-#include "numeric_test_util.h"
+#include "numeric/numeric_test_util.h"
 
 namespace metrofit::testing {
 

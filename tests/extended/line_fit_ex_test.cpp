@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "core/form_error.h"
-#include "extended/centred_copy.h"
 #include "extended/extended_status.h"
-#include "extended/svd.h"
 #include "metrofit.h"
-#include "numeric_test_util.h"
+#include "numeric/centred_copy.h"
+#include "numeric/numeric_test_util.h"
+#include "numeric/svd.h"
 #include "support/geometry_compare.h"
 
 namespace metrofit {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "ex_fit_test_util.h"
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 namespace metrofit {
 namespace {

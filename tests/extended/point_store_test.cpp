@@ -23,7 +23,7 @@
 
 #include "ex_fit_test_util.h"
 #include "extended/circle_fit_ex.h"
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 #include "support/known_solution.h"
 
 namespace metrofit {

@@ -7,10 +7,10 @@
 #include <cmath>
 #include <vector>
 
-#include "extended/enclosing_ball.h"
 #include "extended/extended_status.h"
 #include "metrofit.h"
-#include "numeric_test_util.h"
+#include "numeric/enclosing_ball.h"
+#include "numeric/numeric_test_util.h"
 #include "support/geometry_compare.h"
 
 namespace metrofit {

@@ -1,13 +1,14 @@
 // Smallest enclosing ball: the pivoting walk against a brute-force search over support sets.
+#include "numeric/enclosing_ball.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
-#include "extended/compensated.h"
-#include "extended/enclosing_ball.h"
-#include "numeric_test_util.h"
+#include "numeric/compensated.h"
+#include "numeric/numeric_test_util.h"
 
 namespace metrofit::numeric {
 namespace {

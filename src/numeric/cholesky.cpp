@@ -1,9 +1,9 @@
 // Packed Cholesky factorisation, solve and reciprocal condition estimate; see cholesky.h.
-#include "extended/cholesky.h"
+#include "numeric/cholesky.h"
 
 #include <cmath>
 
-#include "extended/compensated.h"
+#include "numeric/compensated.h"
 
 namespace metrofit::numeric {
 namespace {

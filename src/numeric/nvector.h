@@ -13,8 +13,8 @@
 // Every object is one block from AllocateBlock and is released by one ReleaseBlock (the
 // header-only matrix does not own its array). Blocks are zero-filled. The core reports small
 // statuses instead of throwing: 0 success, 1 iteration limit, 2 bad arguments, 3 no memory.
-#ifndef METROFIT_EXTENDED_NVECTOR_H
-#define METROFIT_EXTENDED_NVECTOR_H
+#ifndef METROFIT_NUMERIC_NVECTOR_H
+#define METROFIT_NUMERIC_NVECTOR_H
 
 #include <cstddef>
 #include <cstdint>
@@ -158,4 +158,4 @@ double Dot(const NVector* x, const NVector* y);
 
 }  // namespace metrofit::numeric
 
-#endif  // METROFIT_EXTENDED_NVECTOR_H
+#endif  // METROFIT_NUMERIC_NVECTOR_H

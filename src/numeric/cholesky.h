@@ -6,12 +6,12 @@
 // The factorisation stops when a pivot (the radicand of L_jj) is <= 0: A is not positive
 // definite. A NaN pivot does not stop it, so non-finite input flows on into the caller's
 // objective instead of looking like a matrix that merely needs more damping.
-#ifndef METROFIT_EXTENDED_CHOLESKY_H
-#define METROFIT_EXTENDED_CHOLESKY_H
+#ifndef METROFIT_NUMERIC_CHOLESKY_H
+#define METROFIT_NUMERIC_CHOLESKY_H
 
 #include <cstdint>
 
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 namespace metrofit::numeric {
 
@@ -31,4 +31,4 @@ double ConditionEstimate(const NMatrix* a);
 
 }  // namespace metrofit::numeric
 
-#endif  // METROFIT_EXTENDED_CHOLESKY_H
+#endif  // METROFIT_NUMERIC_CHOLESKY_H

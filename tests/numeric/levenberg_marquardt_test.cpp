@@ -1,13 +1,14 @@
 // Levenberg-Marquardt minimisers, step tests, damping rule and the sum-of-squares helpers.
+#include "numeric/levenberg_marquardt.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 #include <vector>
 
-#include "extended/compensated.h"
-#include "extended/levenberg_marquardt.h"
-#include "numeric_test_util.h"
+#include "numeric/compensated.h"
+#include "numeric/numeric_test_util.h"
 
 namespace metrofit::numeric {
 namespace {

@@ -1,10 +1,10 @@
 // Centred working copies of point arrays; see centred_copy.h.
-#include "extended/centred_copy.h"
+#include "numeric/centred_copy.h"
 
 #include <cstddef>
 #include <utility>
 
-#include "extended/compensated.h"
+#include "numeric/compensated.h"
 
 namespace metrofit::numeric {
 namespace {

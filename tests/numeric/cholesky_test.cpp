@@ -1,12 +1,13 @@
 // Packed Cholesky factorisation, solve and the reciprocal condition estimate.
+#include "numeric/cholesky.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
-#include "extended/cholesky.h"
-#include "numeric_test_util.h"
+#include "numeric/numeric_test_util.h"
 
 namespace metrofit::numeric {
 namespace {

@@ -1,12 +1,13 @@
 // Golub-Reinsch SVD and the plane normal / principal direction built on it.
+#include "numeric/svd.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
-#include "extended/svd.h"
-#include "numeric_test_util.h"
+#include "numeric/numeric_test_util.h"
 
 namespace metrofit::numeric {
 namespace {

@@ -1,5 +1,5 @@
 // Compensated sums and overflow-safe hypotenuses; see compensated.h for the formulas.
-#include "extended/compensated.h"
+#include "numeric/compensated.h"
 
 #include <cmath>
 

@@ -1,11 +1,12 @@
 // Centred working copies of point arrays.
+#include "numeric/centred_copy.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <vector>
 
-#include "extended/centred_copy.h"
-#include "numeric_test_util.h"
+#include "numeric/numeric_test_util.h"
 
 namespace metrofit::numeric {
 namespace {

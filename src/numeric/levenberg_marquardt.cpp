@@ -1,12 +1,12 @@
 // Levenberg-Marquardt minimisers and the sum-of-squares helpers; see levenberg_marquardt.h.
-#include "extended/levenberg_marquardt.h"
+#include "numeric/levenberg_marquardt.h"
 
 #include <cmath>
 #include <cstring>
 #include <limits>
 
-#include "extended/cholesky.h"
-#include "extended/compensated.h"
+#include "numeric/cholesky.h"
+#include "numeric/compensated.h"
 
 namespace metrofit::numeric {
 namespace {

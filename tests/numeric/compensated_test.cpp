@@ -1,11 +1,11 @@
 // Compensated sums and overflow-safe hypotenuses.
+#include "numeric/compensated.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 #include <vector>
-
-#include "extended/compensated.h"
 
 namespace metrofit::numeric {
 namespace {

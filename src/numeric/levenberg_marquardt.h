@@ -20,13 +20,13 @@
 //
 // Statuses: 0 converged, 1 iteration limit, 2 bad arguments (absent x or callback), 3 out of
 // memory. Work vectors are made once per call.
-#ifndef METROFIT_EXTENDED_LEVENBERG_MARQUARDT_H
-#define METROFIT_EXTENDED_LEVENBERG_MARQUARDT_H
+#ifndef METROFIT_NUMERIC_LEVENBERG_MARQUARDT_H
+#define METROFIT_NUMERIC_LEVENBERG_MARQUARDT_H
 
 #include <cstdint>
 
-#include "extended/nvector.h"
 #include "numeric/lanes.h"
+#include "numeric/nvector.h"
 
 namespace metrofit::numeric {
 
@@ -126,4 +126,4 @@ std::int32_t MinimiseLMObjective(void* context, ObjectiveFn objective, GradientF
 
 }  // namespace metrofit::numeric
 
-#endif  // METROFIT_EXTENDED_LEVENBERG_MARQUARDT_H
+#endif  // METROFIT_NUMERIC_LEVENBERG_MARQUARDT_H

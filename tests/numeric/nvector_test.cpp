@@ -1,11 +1,12 @@
 // Counted vectors, matrices and point sets: allocation rules, indexing and vector kernels.
+#include "numeric/nvector.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
-#include "extended/nvector.h"
-#include "numeric_test_util.h"
+#include "numeric/numeric_test_util.h"
 
 namespace metrofit::numeric {
 namespace {

@@ -1,16 +1,16 @@
 // Working copy of a fit's points, shifted by the centre held in the fit's working record.
 //
-// The fits of the numeric core work on p - c rather than p: with c near the points the
+// The fits built on the numeric core work on p - c rather than p: with c near the points the
 // coordinates that enter squares and cross products are of the feature's size instead of the
 // machine's range (500 mm from the origin for a 10 mm feature), which is worth two or three
 // digits in every residual.
-#ifndef METROFIT_EXTENDED_CENTRED_COPY_H
-#define METROFIT_EXTENDED_CENTRED_COPY_H
+#ifndef METROFIT_NUMERIC_CENTRED_COPY_H
+#define METROFIT_NUMERIC_CENTRED_COPY_H
 
 #include <cstdint>
 
-#include "extended/nvector.h"
 #include "metrofit.h"
+#include "numeric/nvector.h"
 
 namespace metrofit::numeric {
 
@@ -27,4 +27,4 @@ std::int32_t CentredCopy(std::int32_t n, const KPt3<double>* points, double* rec
 
 }  // namespace metrofit::numeric
 
-#endif  // METROFIT_EXTENDED_CENTRED_COPY_H
+#endif  // METROFIT_NUMERIC_CENTRED_COPY_H

@@ -1,6 +1,7 @@
 // Block forms of the numeric core against their one-point forms: the objective and the normal
 // equations of a fit must come out bit for bit the same whichever form computes them, so the
-// minimiser takes the same steps.
+// minimiser takes the same steps. The extended cylinder's model, the one fit with block forms,
+// is the workload.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,12 +10,12 @@
 #include <vector>
 
 #include "extended/circle_fit_ex.h"
-#include "extended/compensated.h"
 #include "extended/cylinder_model.h"
-#include "extended/levenberg_marquardt.h"
-#include "extended/nvector.h"
 #include "extended/sphere_fit_ex.h"
-#include "numeric_test_util.h"
+#include "numeric/compensated.h"
+#include "numeric/levenberg_marquardt.h"
+#include "numeric/numeric_test_util.h"
+#include "numeric/nvector.h"
 
 namespace metrofit::numeric {
 namespace {

@@ -1,12 +1,12 @@
 // Counted vectors, matrices and point sets: one zero-filled block each, header first.
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <new>
 
-#include "extended/compensated.h"
+#include "numeric/compensated.h"
 
 namespace metrofit::numeric {
 namespace {

@@ -1,6 +1,6 @@
 // Helpers shared by the numeric-core tests: seeded random data and allocation-failure sweeps.
-#ifndef METROFIT_TESTS_EXTENDED_NUMERIC_TEST_UTIL_H
-#define METROFIT_TESTS_EXTENDED_NUMERIC_TEST_UTIL_H
+#ifndef METROFIT_TESTS_NUMERIC_NUMERIC_TEST_UTIL_H
+#define METROFIT_TESTS_NUMERIC_NUMERIC_TEST_UTIL_H
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 namespace metrofit::numeric::testing {
 
@@ -69,4 +69,4 @@ int SweepAllocationFailures(Run run) {
 
 }  // namespace metrofit::numeric::testing
 
-#endif  // METROFIT_TESTS_EXTENDED_NUMERIC_TEST_UTIL_H
+#endif  // METROFIT_TESTS_NUMERIC_NUMERIC_TEST_UTIL_H

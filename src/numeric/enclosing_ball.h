@@ -16,12 +16,12 @@
 // added point is dropped. At most 4 points (3 in the plane) are ever in S.
 // Stopping only when c reaches cc(S) without the coefficient test would leave an obtuse
 // support simplex holding a ball that is too large; the drop step is what makes it smallest.
-#ifndef METROFIT_EXTENDED_ENCLOSING_BALL_H
-#define METROFIT_EXTENDED_ENCLOSING_BALL_H
+#ifndef METROFIT_NUMERIC_ENCLOSING_BALL_H
+#define METROFIT_NUMERIC_ENCLOSING_BALL_H
 
 #include <cstdint>
 
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 namespace metrofit::numeric {
 
@@ -41,4 +41,4 @@ std::int32_t SmallestEnclosingBall(const PointSet* points, NVector* x, std::int3
 
 }  // namespace metrofit::numeric
 
-#endif  // METROFIT_EXTENDED_ENCLOSING_BALL_H
+#endif  // METROFIT_NUMERIC_ENCLOSING_BALL_H

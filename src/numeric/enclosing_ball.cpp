@@ -1,10 +1,10 @@
 // Pivoting walk for the smallest enclosing ball; the geometry is in enclosing_ball.h.
-#include "extended/enclosing_ball.h"
+#include "numeric/enclosing_ball.h"
 
 #include <cmath>
 
-#include "extended/cholesky.h"
-#include "extended/compensated.h"
+#include "numeric/cholesky.h"
+#include "numeric/compensated.h"
 
 namespace metrofit::numeric {
 namespace {

@@ -11,12 +11,12 @@
 // Every sqrt(a^2 + b^2) is Hypot2; sums over the m rows are compensated. |x| is negligible
 // against y when eps y > |x|; an exact zero is negligible as well, which only matters for an
 // all-zero matrix (y = 0), whose bidiagonal is already diagonal.
-#include "extended/svd.h"
+#include "numeric/svd.h"
 
 #include <cmath>
 #include <cstddef>
 
-#include "extended/compensated.h"
+#include "numeric/compensated.h"
 
 namespace metrofit::numeric {
 namespace {

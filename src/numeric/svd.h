@@ -5,12 +5,12 @@
 // singular vector of the smallest singular value is the normal of the orthogonal-regression
 // plane, that of the largest the direction of the orthogonal-regression line. Working on A
 // rather than forming A^T A keeps the condition number at kappa(A) instead of kappa(A)^2.
-#ifndef METROFIT_EXTENDED_SVD_H
-#define METROFIT_EXTENDED_SVD_H
+#ifndef METROFIT_NUMERIC_SVD_H
+#define METROFIT_NUMERIC_SVD_H
 
 #include <cstdint>
 
-#include "extended/nvector.h"
+#include "numeric/nvector.h"
 
 namespace metrofit::numeric {
 
@@ -45,4 +45,4 @@ std::int32_t PrincipalDirectionSVD(PointSet* points, NVector* x, std::int32_t ma
 
 }  // namespace metrofit::numeric
 
-#endif  // METROFIT_EXTENDED_SVD_H
+#endif  // METROFIT_NUMERIC_SVD_H

@@ -6,8 +6,8 @@
 //
 // Hypot2(a, b) and Hypot3(a, b, c): with m the largest magnitude and s, t the others,
 // m sqrt(1 + (s/m)^2 + (t/m)^2); 0 when m = 0. No intermediate square can over- or underflow.
-#ifndef METROFIT_EXTENDED_COMPENSATED_H
-#define METROFIT_EXTENDED_COMPENSATED_H
+#ifndef METROFIT_NUMERIC_COMPENSATED_H
+#define METROFIT_NUMERIC_COMPENSATED_H
 
 #include <cstdint>
 
@@ -73,4 +73,4 @@ double ScaledNorm(const double* x, std::int32_t n);
 
 }  // namespace metrofit::numeric
 
-#endif  // METROFIT_EXTENDED_COMPENSATED_H
+#endif  // METROFIT_NUMERIC_COMPENSATED_H
