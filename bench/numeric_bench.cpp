@@ -14,6 +14,7 @@
 #include "numeric/levenberg_marquardt.h"
 #include "numeric/nvector.h"
 #include "numeric/svd.h"
+#include "numeric/vector_path.h"
 
 namespace {
 
@@ -192,6 +193,9 @@ void BM_NumericCylinderObjective(benchmark::State& state) {
 BENCHMARK(BM_NumericCylinderObjective)->Arg(100000)->Unit(benchmark::kMicrosecond);
 
 void BM_NumericCylinderNormalEquations(benchmark::State& state) {
+  // Argument 0: the processor's vector path; 1: the baseline path forced.
+  if (state.range(1) == 1)
+    metrofit::numeric::ForceVectorPath(metrofit::numeric::VectorPath::kBaseline);
   UniquePointSet pts = ToPointSet(SphereShell(static_cast<std::size_t>(state.range(0))));
   UniqueVector x = CylinderParameters();
   UniqueVector g(CreateVector(metrofit::numeric::kCylinderParams));
@@ -201,8 +205,13 @@ void BM_NumericCylinderNormalEquations(benchmark::State& state) {
     NormalEquations(*pts, *x, metrofit::numeric::CylinderResidualRows, *g, *a);
     benchmark::DoNotOptimize(a->data[0]);
   }
+  metrofit::numeric::ResetVectorPath();
+  state.SetLabel(state.range(1) == 1 ? "baseline path" : "processor's path");
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(BM_NumericCylinderNormalEquations)->Arg(100000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_NumericCylinderNormalEquations)
+    ->Args({100000, 0})
+    ->Args({100000, 1})
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace

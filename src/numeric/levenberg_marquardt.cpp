@@ -7,6 +7,7 @@
 
 #include "numeric/cholesky.h"
 #include "numeric/compensated.h"
+#include "numeric/vector_path.h"
 
 namespace metrofit::numeric {
 namespace {
@@ -190,42 +191,29 @@ void StoreNormalEquations(const double* sum, std::int32_t p, NVector& gradient, 
   for (std::int32_t u = 0; u < p; ++u) gradient[u] = sum[packed + u];
 }
 
-// The terms of one point in element order: row[u] row[v] for v <= u, then r row[u].
+// Element k of the normal equations takes the product f[first[k]] f[second[k]] of each point,
+// with f = (row[0], ..., row[p - 1], r): row[u] row[v] for v <= u (the packed matrix), then
+// r row[u] (the gradient).
 template <std::int32_t p>
-void PointTerms(const double* row, double r, double* terms) {
-  std::int64_t k = 0;
-  METROFIT_UNROLL
-  for (std::int32_t u = 0; u < p; ++u) METROFIT_UNROLL
-  for (std::int32_t v = 0; v <= u; ++v) terms[k++] = row[u] * row[v];
-  METROFIT_UNROLL
-  for (std::int32_t u = 0; u < p; ++u) terms[k++] = r * row[u];
-}
-
-// Each element's own Kahan step, y = term - corr, t = sum + y, corr = (t - sum) - y, sum = t,
-// two elements side by side.
-template <std::int64_t n>
-void AddTermsOf(const double* terms, double* sum, double* corr) {
-  std::int64_t k = 0;
-  METROFIT_UNROLL
-  for (; k + 1 < n; k += 2) {
-    DoublePair term, c, s;
-    std::memcpy(&term, terms + k, sizeof term);
-    std::memcpy(&c, corr + k, sizeof c);
-    std::memcpy(&s, sum + k, sizeof s);
-    const DoublePair y = term - c;
-    const DoublePair t = s + y;
-    const DoublePair nc = (t - s) - y;
-    std::memcpy(corr + k, &nc, sizeof nc);
-    std::memcpy(sum + k, &t, sizeof t);
+struct TermFactors {
+  static constexpr std::int32_t kTerms = p * (p + 1) / 2 + p;
+  std::int32_t first[kTerms];
+  std::int32_t second[kTerms];
+  constexpr TermFactors() : first(), second() {
+    std::int32_t k = 0;
+    for (std::int32_t u = 0; u < p; ++u)
+      for (std::int32_t v = 0; v <= u; ++v, ++k) {
+        first[k] = u;
+        second[k] = v;
+      }
+    for (std::int32_t u = 0; u < p; ++u, ++k) {
+      first[k] = p;
+      second[k] = u;
+    }
   }
-  if (k < n) {
-    const double y = terms[k] - corr[k];
-    const double t = sum[k] + y;
-    corr[k] = (t - sum[k]) - y;
-    sum[k] = t;
-  }
-}
+};
 
+// Each element's own Kahan step, y = term - corr, t = sum + y, corr = (t - sum) - y, sum = t.
 void AddTerms(const double* terms, std::int64_t n, double* sum, double* corr) {
   for (std::int64_t k = 0; k < n; ++k) {
     const double y = terms[k] - corr[k];
@@ -235,37 +223,116 @@ void AddTerms(const double* terms, std::int64_t n, double* sum, double* corr) {
   }
 }
 
-// The points' terms summed into their elements, for a row length fixed at compile time.
+// The points' terms summed into their elements, for a row length fixed at compile time, two
+// elements side by side.
 template <std::int32_t p>
 void SumPointTerms(const double* rows, const double* residuals, std::int32_t count, double* sum,
                    double* corr) {
-  constexpr std::int64_t kTerms = p * (p + 1) / 2 + p;
+  constexpr std::int32_t kTerms = TermFactors<p>::kTerms;
   for (std::int32_t i = 0; i < count; ++i) {
+    const double* row = rows + static_cast<std::ptrdiff_t>(i) * p;
     double terms[kTerms];
-    PointTerms<p>(rows + static_cast<std::ptrdiff_t>(i) * p, residuals[i], terms);
-    AddTermsOf<kTerms>(terms, sum, corr);
+    std::int32_t k = 0;
+    METROFIT_UNROLL
+    for (std::int32_t u = 0; u < p; ++u) METROFIT_UNROLL
+    for (std::int32_t v = 0; v <= u; ++v) terms[k++] = row[u] * row[v];
+    METROFIT_UNROLL
+    for (std::int32_t u = 0; u < p; ++u) terms[k++] = residuals[i] * row[u];
+    k = 0;
+    METROFIT_UNROLL
+    for (; k + 1 < kTerms; k += 2) {
+      DoublePair term, c, s;
+      std::memcpy(&term, terms + k, sizeof term);
+      std::memcpy(&c, corr + k, sizeof c);
+      std::memcpy(&s, sum + k, sizeof s);
+      const DoublePair y = term - c;
+      const DoublePair t = s + y;
+      const DoublePair nc = (t - s) - y;
+      std::memcpy(corr + k, &nc, sizeof nc);
+      std::memcpy(sum + k, &t, sizeof t);
+    }
+    if (k < kTerms) AddTerms(terms + k, 1, sum + k, corr + k);
   }
 }
+
+#if defined(__GNUC__) && defined(__x86_64__)
+// The same sums four elements at a time, for processors with AVX2 (vector_path.h): each lane
+// does the scalar Kahan step, so the bits are those of the baseline path.
+typedef double DoubleQuad __attribute__((vector_size(32)));
+
+template <std::int32_t p>
+__attribute__((target("avx2"))) void SumPointTermsAvx2(const double* rows, const double* residuals,
+                                                       std::int32_t count, double* sum,
+                                                       double* corr) {
+  static constexpr TermFactors<p> kIndex;
+  constexpr std::int32_t kTerms = TermFactors<p>::kTerms;
+  for (std::int32_t i = 0; i < count; ++i) {
+    double f[p + 1];
+    METROFIT_UNROLL
+    for (std::int32_t u = 0; u < p; ++u) f[u] = rows[static_cast<std::ptrdiff_t>(i) * p + u];
+    f[p] = residuals[i];
+    std::int32_t k = 0;
+    METROFIT_UNROLL
+    for (; k + 3 < kTerms; k += 4) {
+      const DoubleQuad a = {f[kIndex.first[k]], f[kIndex.first[k + 1]], f[kIndex.first[k + 2]],
+                            f[kIndex.first[k + 3]]};
+      const DoubleQuad b = {f[kIndex.second[k]], f[kIndex.second[k + 1]], f[kIndex.second[k + 2]],
+                            f[kIndex.second[k + 3]]};
+      const DoubleQuad term = a * b;
+      DoubleQuad c, s;
+      std::memcpy(&c, corr + k, sizeof c);
+      std::memcpy(&s, sum + k, sizeof s);
+      const DoubleQuad y = term - c;
+      const DoubleQuad t = s + y;
+      const DoubleQuad nc = (t - s) - y;
+      std::memcpy(corr + k, &nc, sizeof nc);
+      std::memcpy(sum + k, &t, sizeof t);
+    }
+    METROFIT_UNROLL
+    for (; k < kTerms; ++k) {
+      const double term = f[kIndex.first[k]] * f[kIndex.second[k]];
+      const double y = term - corr[k];
+      const double t = sum[k] + y;
+      corr[k] = (t - sum[k]) - y;
+      sum[k] = t;
+    }
+  }
+}
+
+template <std::int32_t p>
+void SumPointTermsOnPath(const double* rows, const double* residuals, std::int32_t count,
+                         double* sum, double* corr) {
+  if (ActiveVectorPath() == VectorPath::kAvx2)
+    return SumPointTermsAvx2<p>(rows, residuals, count, sum, corr);
+  SumPointTerms<p>(rows, residuals, count, sum, corr);
+}
+#else
+template <std::int32_t p>
+void SumPointTermsOnPath(const double* rows, const double* residuals, std::int32_t count,
+                         double* sum, double* corr) {
+  SumPointTerms<p>(rows, residuals, count, sum, corr);
+}
+#endif
 
 void SumPointTerms(std::int32_t p, const double* rows, const double* residuals, std::int32_t count,
                    double* sum, double* corr) {
   switch (p) {
     case 1:
-      return SumPointTerms<1>(rows, residuals, count, sum, corr);
+      return SumPointTermsOnPath<1>(rows, residuals, count, sum, corr);
     case 2:
-      return SumPointTerms<2>(rows, residuals, count, sum, corr);
+      return SumPointTermsOnPath<2>(rows, residuals, count, sum, corr);
     case 3:
-      return SumPointTerms<3>(rows, residuals, count, sum, corr);
+      return SumPointTermsOnPath<3>(rows, residuals, count, sum, corr);
     case 4:
-      return SumPointTerms<4>(rows, residuals, count, sum, corr);
+      return SumPointTermsOnPath<4>(rows, residuals, count, sum, corr);
     case 5:
-      return SumPointTerms<5>(rows, residuals, count, sum, corr);
+      return SumPointTermsOnPath<5>(rows, residuals, count, sum, corr);
     case 6:
-      return SumPointTerms<6>(rows, residuals, count, sum, corr);
+      return SumPointTermsOnPath<6>(rows, residuals, count, sum, corr);
     case 7:
-      return SumPointTerms<7>(rows, residuals, count, sum, corr);
+      return SumPointTermsOnPath<7>(rows, residuals, count, sum, corr);
     default:
-      return SumPointTerms<kMaxBlockUnknowns>(rows, residuals, count, sum, corr);
+      return SumPointTermsOnPath<kMaxBlockUnknowns>(rows, residuals, count, sum, corr);
   }
 }
 

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "extended/circle_fit_ex.h"
@@ -16,6 +17,7 @@
 #include "numeric/levenberg_marquardt.h"
 #include "numeric/numeric_test_util.h"
 #include "numeric/nvector.h"
+#include "numeric/vector_path.h"
 
 namespace metrofit::numeric {
 namespace {
@@ -167,6 +169,50 @@ TEST(NumericBlocks, SphereBlockFormsAreTheOnePointForms) {
 
 TEST(NumericBlocks, CircleBlockFormsAreTheOnePointForms) {
   ExpectBlockFormsMatch(3, CircleResidual, CircleResiduals, CircleResidualRow, CircleResidualRows);
+}
+
+// The processor's vector path and the baseline path give the same normal equations bit for
+// bit, for every row length the block form handles (here through the sphere, circle and
+// cylinder rows: 4, 3 and 7 unknowns).
+TEST(NumericBlocks, NormalEquationsAreTheSameOnEveryVectorPath) {
+  if (!VectorPathAvailable(VectorPath::kAvx2)) {
+    GTEST_SKIP() << "this processor has no AVX2: only the baseline path exists here";
+  }
+  Rng rng(48);
+  CylinderCase c = MakeCylinderCase(300, rng);
+  const auto sums = [&](VectorPath path, std::int32_t p, ResidualRowBlockFn rows) {
+    ForceVectorPath(path);
+    EXPECT_EQ(ActiveVectorPath(), path);
+    UniqueVector g(CreateVector(p));
+    UniqueMatrix a(CreateMatrix(p, p, kPackedSymmetric));
+    NormalEquations(*c.points, *c.x, rows, *g, *a);
+    ResetVectorPath();
+    std::vector<double> out(g->data, g->data + p);
+    out.insert(out.end(), a->data, a->data + ElementCount(kPackedSymmetric, p, p));
+    return out;
+  };
+  const std::pair<std::int32_t, ResidualRowBlockFn> models[] = {
+      {kCylinderParams, CylinderResidualRows}, {4, SphereResidualRows}, {3, CircleResidualRows}};
+  for (const auto& [p, rows] : models) {
+    const std::vector<double> base = sums(VectorPath::kBaseline, p, rows);
+    const std::vector<double> wide = sums(VectorPath::kAvx2, p, rows);
+    ASSERT_EQ(base.size(), wide.size());
+    for (std::size_t k = 0; k < base.size(); ++k)
+      EXPECT_TRUE(SameBits(base[k], wide[k])) << p << " unknowns, element " << k;
+  }
+}
+
+TEST(NumericBlocks, ForcingAnUnavailablePathTakesTheBaseline) {
+  ForceVectorPath(VectorPath::kBaseline);
+  EXPECT_EQ(ActiveVectorPath(), VectorPath::kBaseline);
+  ResetVectorPath();
+  EXPECT_EQ(ActiveVectorPath(),
+            VectorPathAvailable(VectorPath::kAvx2) ? VectorPath::kAvx2 : VectorPath::kBaseline);
+  if (!VectorPathAvailable(VectorPath::kAvx2)) {
+    ForceVectorPath(VectorPath::kAvx2);
+    EXPECT_EQ(ActiveVectorPath(), VectorPath::kBaseline);
+    ResetVectorPath();
+  }
 }
 
 // More unknowns than the block form holds: both outputs zero, as for mismatched shapes.
