@@ -116,7 +116,7 @@ double ConeResidual(const PointSet& pts, std::int32_t i, const NVector& x) {
 namespace {
 
 // |q x a| of two points side by side, by Hypot3 as CrossLength forms it.
-DoublePair CrossLength(const DoublePair (&q)[3], const double (&a)[3]) {
+inline DoublePair CrossLength(const DoublePair (&q)[3], const double (&a)[3]) {
   return numeric::Hypot3(q[1] * a[2] - q[2] * a[1], q[2] * a[0] - q[0] * a[2],
                          q[0] * a[1] - q[1] * a[0]);
 }

@@ -272,8 +272,8 @@ __attribute__((target("avx2"))) void SumPointTermsAvx2(const double* rows, const
     for (std::int32_t u = 0; u < p; ++u) f[u] = rows[static_cast<std::ptrdiff_t>(i) * p + u];
     f[p] = residuals[i];
     std::int32_t k = 0;
-    METROFIT_UNROLL
-    for (; k + 3 < kTerms; k += 4) {
+    // Fully unrolled (at most 44 terms, 11 quads), so the factor indices are constants.
+    _Pragma("GCC unroll 16") for (; k + 3 < kTerms; k += 4) {
       const DoubleQuad a = {f[kIndex.first[k]], f[kIndex.first[k + 1]], f[kIndex.first[k + 2]],
                             f[kIndex.first[k + 3]]};
       const DoubleQuad b = {f[kIndex.second[k]], f[kIndex.second[k + 1]], f[kIndex.second[k + 2]],
