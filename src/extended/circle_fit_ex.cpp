@@ -191,8 +191,7 @@ ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* p
 
 }  // namespace metrofit
 
-std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {
-  using namespace metrofit;
+std::int32_t metrofit::FitCircleExInternal(CFitInput& in, CFitResult& out) noexcept {
   try {
     in.m_fitType = FIT_CIRCLE;
     const std::size_t n = in.m_points.size();
@@ -238,4 +237,8 @@ std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {
     out.m_valid = 0;
     return 0;
   }
+}
+
+std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {
+  return metrofit::FitCircleExInternal(in, out);
 }

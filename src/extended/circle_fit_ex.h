@@ -35,6 +35,10 @@ constexpr int kCircleRecordSize = 8;
 ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* points,
                            double* deviations);
 
+// What KFitCircleEx does (it only forwards here), for fits inside the library that build on
+// it; an exception becomes m_valid = 0 and a return of 0.
+std::int32_t FitCircleExInternal(CFitInput& in, CFitResult& out) noexcept;
+
 // Stores params[3..5] as the record's normal, a component of magnitude below 1e-20 as exactly 0.
 void StoreCircleNormal(const numeric::NVector& params, double* record);
 

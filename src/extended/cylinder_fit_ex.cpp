@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <limits>
 
+#include "composite/cylinder_cone_fit.h"
 #include "core/constants.h"
 #include "extended/cylinder_candidate_search.h"
 #include "extended/cylinder_model.h"
@@ -52,11 +53,10 @@ ExtendedStatus FitCylinderEx(double* record, std::int32_t n, const KPt3<double>*
 
 }  // namespace metrofit
 
-std::int32_t KFitCylinderEx(CFitInput& in, CFitResult& out) {
-  using namespace metrofit;
+std::int32_t metrofit::FitCylinderExInternal(CFitInput& in, CFitResult& out) noexcept {
   try {
     in.m_fitType = FIT_CYLINDER;
-    KFitCylinder(in, out);
+    FitCylinderInternal(in, out);
     if (out.m_valid == 0) return CylinderCandidateSearch(in, out);
 
     const std::size_t n = in.m_points.size();
@@ -94,4 +94,8 @@ std::int32_t KFitCylinderEx(CFitInput& in, CFitResult& out) {
     out.m_valid = 0;
     return 0;
   }
+}
+
+std::int32_t KFitCylinderEx(CFitInput& in, CFitResult& out) {
+  return metrofit::FitCylinderExInternal(in, out);
 }

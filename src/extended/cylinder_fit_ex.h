@@ -32,6 +32,10 @@ struct CylinderFitLimits {
 ExtendedStatus FitCylinderEx(double* record, std::int32_t n, const KPt3<double>* points,
                              double* deviations, const CylinderFitLimits& limits = {});
 
+// What KFitCylinderEx does (it only forwards here), for fits inside the library that build on
+// it; an exception becomes m_valid = 0 and a return of 0.
+std::int32_t FitCylinderExInternal(CFitInput& in, CFitResult& out) noexcept;
+
 }  // namespace metrofit
 
 #endif  // METROFIT_EXTENDED_CYLINDER_FIT_EX_H
