@@ -93,9 +93,9 @@ void BM_SvdNx3(benchmark::State& state) {
     state.PauseTiming();
     std::memcpy(pts->xyz, xyz.data(), xyz.size() * sizeof(double));
     state.ResumeTiming();
-    const std::int32_t status =
+    const NumericStatus status =
         SingularValueDecomposition(a.get(), w.get(), v.get(), kSvdSweepLimit);
-    if (status != kStatusOk) state.SkipWithError("decomposition failed");
+    if (status != NumericStatus::kOk) state.SkipWithError("decomposition failed");
     benchmark::DoNotOptimize(w->data[0]);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -106,9 +106,9 @@ void EnclosingBall(benchmark::State& state, const std::vector<double>& xyz) {
   UniquePointSet pts = ToPointSet(xyz);
   UniqueVector x(CreateVector(4));
   for (auto _ : state) {
-    const std::int32_t status =
+    const NumericStatus status =
         SmallestEnclosingBall(pts.get(), x.get(), 100, 1e-9, false, nullptr);
-    if (status != kStatusOk) state.SkipWithError("walk did not finish within 100 pivots");
+    if (status != NumericStatus::kOk) state.SkipWithError("walk did not finish within 100 pivots");
     benchmark::DoNotOptimize(x->data[3]);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -162,9 +162,9 @@ void BM_MinimiseLMSphere(benchmark::State& state) {
     (*x)[2] = 0.125;
     (*x)[3] = kRadius * 1.01;
     double f = 0.0;
-    const std::int32_t status =
+    const NumericStatus status =
         MinimiseLM(pts.get(), SphereObjective, SphereGradient, 100, 1e-9, &f, x.get(), nullptr);
-    if (status != kStatusOk) state.SkipWithError("minimiser did not converge");
+    if (status != NumericStatus::kOk) state.SkipWithError("minimiser did not converge");
     benchmark::DoNotOptimize(f);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));

@@ -6,6 +6,8 @@
 
 #include <cmath>
 
+#include "core/entry_points.h"
+
 namespace metrofit {
 namespace {
 
@@ -55,9 +57,9 @@ CandidateAxes MakeCandidateAxes(CFitInput& in) {
   c.axis[14] = u;
 
   CFitResult line;
-  KFitLine(in, line);
+  FitLineInternal(in, line);
   CFitResult plane;
-  KFitPlane(in, plane);
+  FitPlaneInternal(in, plane);
   c.axis[15] = line.m_axis;
   c.axis[16] = plane.m_axis;
   KPt3<double> cross = line.m_axis.Cross(plane.m_axis);

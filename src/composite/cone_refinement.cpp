@@ -91,14 +91,14 @@ void WriteCone(const CFitInput& in, const PointSet& pts, const NVector& x, CFitR
 
 // The minimiser's statuses in the numbering of the cone fit: limit 1 -> 3, arguments 2 -> 2,
 // memory 3 -> 1.
-std::int32_t RemapStatus(std::int32_t s) {
+std::int32_t RemapStatus(numeric::NumericStatus s) {
   switch (s) {
-    case 1:
+    case numeric::NumericStatus::kIterationLimit:
       return 3;
-    case 3:
+    case numeric::NumericStatus::kAllocationFailure:
       return 1;
     default:
-      return s;
+      return static_cast<std::int32_t>(s);
   }
 }
 
@@ -231,12 +231,17 @@ void ConeResidualRow(const PointSet& pts, std::int32_t i, const NVector& x, NVec
   row[7] = -t * c - rho * s;
 }
 
-std::int32_t MinimiseCone(PointSet& points, NVector& x, std::int32_t maxIter, double tol) {
+numeric::NumericStatus MinimiseCone(PointSet& points, NVector& x, std::int32_t maxIter,
+                                    double tol) {
   CanonicalCone(x);
   double f = 0.0, accuracy = 0.0;
-  std::int32_t status = numeric::MinimiseLMObjective(&points, ConeObjective, ConeGradient, maxIter,
-                                                     tol, &f, &x, &accuracy);
-  if (status > 1) return status;
+  numeric::NumericStatus status = numeric::MinimiseLMObjective(&points, ConeObjective, ConeGradient,
+                                                               maxIter, tol, &f, &x, &accuracy);
+  // A run that failed outright (arguments, memory) ends here; a converged or limited one is
+  // run again.
+  if (status != numeric::NumericStatus::kOk && status != numeric::NumericStatus::kIterationLimit) {
+    return status;
+  }
   CanonicalCone(x);
   status = numeric::MinimiseLMObjective(&points, ConeObjective, ConeGradient, maxIter, tol, &f, &x,
                                         &accuracy);
@@ -248,21 +253,22 @@ std::int32_t RefineCone(CFitInput& in, CFitResult& out) {
   const double apexAngle = ApexAngleStart(in);
   double record[3] = {in.m_centerParam.value.x, in.m_centerParam.value.y, in.m_centerParam.value.z};
   numeric::UniquePointSet pts;
-  const std::int32_t prep = numeric::CentredCopy(static_cast<std::int32_t>(in.m_points.size()),
-                                                 in.m_points.data(), record, false, pts);
-  if (prep != 0) return prep;
+  const numeric::NumericStatus prep = numeric::CentredCopy(
+      static_cast<std::int32_t>(in.m_points.size()), in.m_points.data(), record, false, pts);
+  // A copy that cannot be made keeps its number 1, the cone fit's number for no memory.
+  if (prep != numeric::NumericStatus::kOk) return static_cast<std::int32_t>(prep);
   out.m_valid = 0;
 
   numeric::UniqueVector x(numeric::CreateVector(kConeParameters));
-  if (!x) return RemapStatus(numeric::kStatusNoMemory);
+  if (!x) return RemapStatus(numeric::NumericStatus::kAllocationFailure);
   const KPt3<double>& a = in.m_axisParam.value;
   // Kept as the fit has always started: the apex-angle start goes into the radial-offset slot
   // and the half-angle starts at 0, so the first model is a cylinder about the candidate axis.
   const double start[kConeParameters] = {0.0, 0.0, 0.0, a.x, a.y, a.z, apexAngle, 0.0};
   for (int k = 0; k < kConeParameters; ++k) (*x)[k] = start[k];
 
-  const std::int32_t status = MinimiseCone(*pts, *x, kMaxIterations, kStepTolerance);
-  if (status != 0) return RemapStatus(status);
+  const numeric::NumericStatus status = MinimiseCone(*pts, *x, kMaxIterations, kStepTolerance);
+  if (status != numeric::NumericStatus::kOk) return RemapStatus(status);
   WriteCone(in, *pts, *x, out);
   return 0;
 }

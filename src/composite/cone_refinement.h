@@ -43,8 +43,8 @@ void ConeResidualRows(const numeric::PointSet& points, std::int32_t first, std::
 
 // Canonicalise, minimise, and when that did not fail outright, canonicalise and minimise
 // again from where the first run stopped. Returns the status of the last run.
-std::int32_t MinimiseCone(numeric::PointSet& points, numeric::NVector& x, std::int32_t maxIter,
-                          double tol);
+numeric::NumericStatus MinimiseCone(numeric::PointSet& points, numeric::NVector& x,
+                                    std::int32_t maxIter, double tol);
 
 }  // namespace metrofit
 

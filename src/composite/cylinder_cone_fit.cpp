@@ -227,13 +227,17 @@ std::int32_t Guarded(CFitResult& out, Fit fit) {
 
 }  // namespace
 
-std::int32_t KFitCylinder(CFitInput& in, CFitResult& out) {
+std::int32_t metrofit::FitCylinderInternal(CFitInput& in, CFitResult& out) noexcept {
   return Guarded(out, [&] {
     in.m_fitType = FIT_CYLINDER;
     metrofit::FitCylinderOrCone(FIT_CYLINDER, in, out);
     out.m_message.clear();
     return static_cast<std::int32_t>(out.m_valid);
   });
+}
+
+std::int32_t KFitCylinder(CFitInput& in, CFitResult& out) {
+  return metrofit::FitCylinderInternal(in, out);
 }
 
 std::int32_t KFitCone(CFitInput& in, CFitResult& out) {

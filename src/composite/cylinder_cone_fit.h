@@ -25,6 +25,11 @@ struct CandidateTrace {
 double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out,
                          CandidateTrace* trace = nullptr);
 
+// What KFitCylinder does (it only forwards here), for fits inside the library that build on
+// it: stamps the fit type, runs FitCylinderOrCone, clears the message and returns m_valid; an
+// exception becomes m_valid = 0 and a return of 0.
+std::int32_t FitCylinderInternal(CFitInput& in, CFitResult& out) noexcept;
+
 // Size start of one candidate about its axis through the centroid c: the largest radial
 // distance as the cylinder radius (unless the radius is fixed), or the axial over the radial
 // extent as the cone slope (only when the radial spread exceeds 1e-6).

@@ -14,6 +14,9 @@
 #include <utility>
 
 #include "core/driver.h"
+#include "core/entry_points.h"
+#include "extended/circle_fit_ex.h"
+#include "extended/cylinder_fit_ex.h"
 
 namespace metrofit {
 namespace {
@@ -62,7 +65,7 @@ void AddSphereAndCylinderStarts(const CFitInput& in, const CFitResult& circle,
                                 std::vector<TorusStart>& starts) {
   CFitInput sphereIn = SubFitInput(in);
   CFitResult sphere;
-  if (KFitSphere(sphereIn, sphere) == 0) return;
+  if (FitSphereInternal(sphereIn, sphere) == 0) return;
 
   const KPt3<double> u = UnitOrZero(circle.m_center - sphere.m_center);
   const MeridianSection s2 = FitMeridianSection(in, circle.m_center, u);
@@ -71,7 +74,7 @@ void AddSphereAndCylinderStarts(const CFitInput& in, const CFitResult& circle,
 
   CFitInput cylIn = SubFitInput(in);
   CFitResult cyl;
-  if (KFitCylinderEx(cylIn, cyl) == 0) return;
+  if (FitCylinderExInternal(cylIn, cyl) == 0) return;
   const KPt3<double> d = UnitOrZero(cyl.m_center - sphere.m_center);
   // Deliberately not normalised: the cross product of two unit vectors is the start axis.
   const KPt3<double> axis = cyl.m_axis.Cross(d);
@@ -83,7 +86,7 @@ void AddThreePointStart(const CFitInput& in, std::vector<TorusStart>& starts) {
   CFitInput threeIn = SubFitInput(in);
   if (threeIn.m_points.size() > kThreePointStart) threeIn.m_points.resize(kThreePointStart);
   CFitResult three;
-  KFitCircleEx(threeIn, three);
+  FitCircleExInternal(threeIn, three);
   if (three.m_valid == 0) return;
   const MeridianSection s4 = FitMeridianSection(in, three.m_center, three.m_axis);
   const KPt3<double> foot = FootOnLine(three.m_center, three.m_axis, s4.centre);
@@ -124,7 +127,7 @@ MeridianSection FitMeridianSection(const CFitInput& in, const KPt3<double>& c,
     sub.m_points.push_back(c + u * (side * std::fabs(h)) + t * rho);
   }
   CFitResult circle;
-  KFitCircleEx(sub, circle);
+  FitCircleExInternal(sub, circle);
   return {circle.m_center, circle.m_axis, circle.m_size1.x};
 }
 
@@ -132,7 +135,7 @@ std::vector<TorusStart> BuildTorusStarts(const CFitInput& in) {
   std::vector<TorusStart> starts;
   CFitInput circleIn = SubFitInput(in);
   CFitResult circle;
-  KFitCircleEx(circleIn, circle);
+  FitCircleExInternal(circleIn, circle);
   const MeridianSection s1 = FitMeridianSection(in, circle.m_center, circle.m_axis);
   starts.push_back({circle.m_center, circle.m_axis, circle.m_size1.x, s1.radius});
   AddSphereAndCylinderStarts(in, circle, starts);

@@ -5,6 +5,8 @@
 //
 // Nothing may cross the library boundary as an exception: every body runs under Guarded, which
 // turns any exception into a failed fit (m_valid = 0, return 0).
+#include "core/entry_points.h"
+
 #include <cmath>
 #include <cstdint>
 #include <string>
@@ -90,7 +92,7 @@ std::int32_t KFitAngle(CFitInput& /*in*/, CFitResult& /*out*/) {
   return 0;
 }
 
-std::int32_t KFitLine(CFitInput& in, CFitResult& out) {
+std::int32_t metrofit::FitLineInternal(CFitInput& in, CFitResult& out) noexcept {
   return Guarded(out, [&]() -> std::int32_t {
     in.m_fitType = FIT_LINE;
     if (in.m_points.size() == 2) return TwoPointLine(in, out);
@@ -98,9 +100,17 @@ std::int32_t KFitLine(CFitInput& in, CFitResult& out) {
   });
 }
 
+std::int32_t KFitLine(CFitInput& in, CFitResult& out) {
+  return metrofit::FitLineInternal(in, out);
+}
+
 // Leaves any earlier message in place.
-std::int32_t KFitPlane(CFitInput& in, CFitResult& out) {
+std::int32_t metrofit::FitPlaneInternal(CFitInput& in, CFitResult& out) noexcept {
   return Guarded(out, [&]() { return RunDriver(in, out, FIT_PLANE); });
+}
+
+std::int32_t KFitPlane(CFitInput& in, CFitResult& out) {
+  return metrofit::FitPlaneInternal(in, out);
 }
 
 std::int32_t KFitCircle(CFitInput& in, CFitResult& out) {
@@ -123,12 +133,16 @@ std::int32_t KFitCircle(CFitInput& in, CFitResult& out) {
   });
 }
 
-std::int32_t KFitSphere(CFitInput& in, CFitResult& out) {
+std::int32_t metrofit::FitSphereInternal(CFitInput& in, CFitResult& out) noexcept {
   return Guarded(out, [&]() {
     const std::int32_t valid = RunDriver(in, out, FIT_SPHERE);
     out.m_message.clear();
     return valid;
   });
+}
+
+std::int32_t KFitSphere(CFitInput& in, CFitResult& out) {
+  return metrofit::FitSphereInternal(in, out);
 }
 
 std::int32_t KFitEllipse(CFitInput& in, CFitResult& out) {

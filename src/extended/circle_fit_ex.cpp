@@ -96,7 +96,7 @@ void CircleGradient(void* context, NVector& x, NVector& gradient, NMatrix& norma
 
 namespace {
 
-using numeric::kStatusOk;
+using numeric::NumericStatus;
 
 // Parameters of the plane (point, normal) and of the in-plane circle (u, v, radius).
 constexpr std::int32_t kPlaneParams = 6;
@@ -142,67 +142,70 @@ double CircleFormValue(const numeric::PointSet& points, const double* centre, do
   return std::fabs(hi - lo);
 }
 
-std::int32_t MapInPlaneFailure(std::int32_t status) {
-  if (status == numeric::kStatusLimit) return kCircleNumericFailure;
-  if (status == numeric::kStatusBadArguments) return kCircleNoPoints;
-  return kCircleResourceFailure;
+ExtendedStatus MapInPlaneFailure(NumericStatus status) {
+  if (status == NumericStatus::kIterationLimit) return ExtendedStatus::kCircleNumericFailure;
+  if (status == NumericStatus::kBadArguments) return ExtendedStatus::kDegeneratePoints;
+  return ExtendedStatus::kResourceFailure;
 }
 
-std::int32_t FitCircleEx(double* record, std::int32_t n, const KPt3<double>* points,
-                         double* deviations) {
+ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* points,
+                           double* deviations) {
   numeric::UniquePointSet copy;
-  if (numeric::CentredCopy(n, points, record, true, copy) != kStatusOk) {
-    return kCircleResourceFailure;
+  if (numeric::CentredCopy(n, points, record, true, copy) != NumericStatus::kOk) {
+    return ExtendedStatus::kResourceFailure;
   }
   const numeric::UniqueVector plane(numeric::CreateVector(kPlaneParams));
   const numeric::UniqueVector x(numeric::CreateVector(kCircleParams));
-  if (!plane || !x) return kCircleResourceFailure;
+  if (!plane || !x) return ExtendedStatus::kResourceFailure;
 
   numeric::UniquePointFile saved(numeric::SavePoints(copy.get()));
-  if (!saved) return kCircleResourceFailure;
+  if (!saved) return ExtendedStatus::kResourceFailure;
 
   for (int k = 0; k < 3; ++k) {
     (*plane)[k] = 0.0;
     (*plane)[3 + k] = record[3 + k];
   }
   double accuracy = 0.0;
-  if (numeric::PlaneNormalSVD(copy.get(), plane.get(), kSvdIterations, &accuracy) != kStatusOk) {
-    return kCircleNumericFailure;
+  if (numeric::PlaneNormalSVD(copy.get(), plane.get(), kSvdIterations, &accuracy) !=
+      NumericStatus::kOk) {
+    return ExtendedStatus::kCircleNumericFailure;
   }
   StoreCircleNormal(*plane, record);
 
   // The decomposition overwrote the copy: read the centred points back and undo the centring.
-  if (numeric::RestorePoints(saved.release(), copy.get()) != 0) return kCircleResourceFailure;
+  if (numeric::RestorePoints(saved.release(), copy.get()) != 0) {
+    return ExtendedStatus::kResourceFailure;
+  }
   for (std::int32_t i = 0; i < n; ++i) {
     double* p = copy->Point(i);
     for (int k = 0; k < 3; ++k) p[k] += record[k];
   }
   saved.reset(numeric::SavePoints(copy.get()));
-  if (!saved) return kCircleResourceFailure;
+  if (!saved) return ExtendedStatus::kResourceFailure;
 
   numeric::ToPlaneFrame(copy.get(), *plane);
   (*x)[0] = 0.0;
   (*x)[1] = 0.0;
   (*x)[2] = kStartRadius;
   double objective = 0.0;
-  const std::int32_t fit =
+  const NumericStatus fit =
       numeric::MinimiseLM(copy.get(), numeric::CircleObjective, numeric::CircleGradient,
                           kMinimiserIterations, kStepTolerance, &objective, x.get(), &accuracy);
-  if (fit != kStatusOk) {
-    std::int32_t lastFailure = fit;
+  if (fit != NumericStatus::kOk) {
+    NumericStatus lastFailure = fit;
     const numeric::UniqueVector ball(numeric::CreateVector(kBallParams));
     if (ball) {
       (*ball)[0] = (*ball)[1] = (*ball)[2] = 0.0;
       (*ball)[3] = kStartRadius;
       lastFailure = numeric::SmallestEnclosingBall(copy.get(), ball.get(), kEnclosingIterations,
                                                    kEnclosingTolerance, true, &accuracy);
-      if (lastFailure == kStatusOk) {
+      if (lastFailure == NumericStatus::kOk) {
         (*x)[0] = (*ball)[0];
         (*x)[1] = (*ball)[1];
         (*x)[2] = (*ball)[3];  // the ball's z centre is 0 in the plane frame and dropped
       }
     }
-    if (lastFailure != kStatusOk) return MapInPlaneFailure(lastFailure);
+    if (lastFailure != NumericStatus::kOk) return MapInPlaneFailure(lastFailure);
   }
 
   double u = (*x)[0];
@@ -219,13 +222,12 @@ std::int32_t FitCircleEx(double* record, std::int32_t n, const KPt3<double>* poi
   if (numeric::RestorePoints(saved.release(), copy.get()) == 0) {
     record[7] = CircleFormValue(*copy, record, radius, deviations);
   }
-  return kStatusOk;
+  return ExtendedStatus::kOk;
 }
 
 }  // namespace metrofit
 
-std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {
-  using namespace metrofit;
+std::int32_t metrofit::FitCircleExInternal(CFitInput& in, CFitResult& out) noexcept {
   try {
     in.m_fitType = FIT_CIRCLE;
     const std::size_t n = in.m_points.size();
@@ -239,7 +241,7 @@ std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {
       RunLeastSquaresDriver(in, out);
       double record[kCircleRecordSize] = {0.0,          0.0,          0.0, out.m_axis.x,
                                           out.m_axis.y, out.m_axis.z, 0.0, 0.0};
-      std::int32_t status = kCircleResourceFailure;
+      ExtendedStatus status = ExtendedStatus::kResourceFailure;
       if (n <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 3)) {
         // 3 n doubles of which the fit uses the first n: scratch, nothing of it is reported.
         numeric::UniqueDoubles deviations = numeric::AllocateDoubles(3 * n);
@@ -252,7 +254,7 @@ std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {
       out.m_axis = KPt3<double>(record[3], record[4], record[5]);
       out.m_size1.x = record[6] * 0.5;
       out.m_formError = record[7];
-      out.m_valid = status == 0 ? 1 : 0;
+      out.m_valid = ValidFlag(status);
     }
     if (out.m_valid != 0) return 1;
 
@@ -271,4 +273,8 @@ std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {
     out.m_valid = 0;
     return 0;
   }
+}
+
+std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {
+  return metrofit::FitCircleExInternal(in, out);
 }

@@ -16,6 +16,7 @@
 
 #include <cstdint>
 
+#include "extended/extended_status.h"
 #include "metrofit.h"
 #include "numeric/nvector.h"
 
@@ -24,20 +25,19 @@ namespace metrofit {
 // Working record: centre x, y, z; normal x, y, z; diameter; form value.
 constexpr int kCircleRecordSize = 8;
 
-// Statuses of FitCircleEx besides 0: a point copy, work vector or temporary file failed; the
-// enclosing circle rejected its points; the plane's decomposition (or the enclosing circle)
-// stopped at its limit.
-constexpr std::int32_t kCircleResourceFailure = 1;
-constexpr std::int32_t kCircleNoPoints = 2;
-constexpr std::int32_t kCircleNumericFailure = 3;
-
 // Fits a circle to n points. `record` holds the previous normal (the sign reference of the new
 // one) on entry and receives centre, normal, diameter and form value; `deviations` (at least n
-// doubles) receives the signed 3-D radial deviations when the form is measured. Returns 0 or one
-// of the statuses above. Every copy it parks in the point store (point_store.h) is released
-// before it returns, on every path.
-std::int32_t FitCircleEx(double* record, std::int32_t n, const KPt3<double>* points,
-                         double* deviations);
+// doubles) receives the signed 3-D radial deviations when the form is measured. Returns kOk,
+// kResourceFailure (a point copy, work vector or temporary file failed), kDegeneratePoints (the
+// in-plane fit or the enclosing circle rejected its points) or kCircleNumericFailure (the
+// plane's decomposition failed, or the enclosing circle stopped at its limit). Every copy it
+// parks in the point store (point_store.h) is released before it returns, on every path.
+ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* points,
+                           double* deviations);
+
+// What KFitCircleEx does (it only forwards here), for fits inside the library that build on
+// it; an exception becomes m_valid = 0 and a return of 0.
+std::int32_t FitCircleExInternal(CFitInput& in, CFitResult& out) noexcept;
 
 // Stores params[3..5] as the record's normal, a component of magnitude below 1e-20 as exactly 0.
 void StoreCircleNormal(const numeric::NVector& params, double* record);
@@ -46,8 +46,10 @@ void StoreCircleNormal(const numeric::NVector& params, double* record);
 double CircleFormValue(const numeric::PointSet& points, const double* centre, double radius,
                        double* deviations);
 
-// Status of FitCircleEx for a failed in-plane fit, from the status of the last failed call.
-std::int32_t MapInPlaneFailure(std::int32_t status);
+// Status of FitCircleEx for a failed in-plane fit, from the status of the last failed call:
+// limit -> kCircleNumericFailure, bad arguments -> kDegeneratePoints, anything else ->
+// kResourceFailure. The circle fit's own numbering, unlike ToExtendedStatus.
+ExtendedStatus MapInPlaneFailure(numeric::NumericStatus status);
 
 namespace numeric {
 

@@ -102,7 +102,7 @@ std::int32_t CylinderCandidateSearch(CFitInput& in, CFitResult& out, CylinderSea
     if (skip[k]) continue;
     const KPt3<double>& a = axes.axis[k];
     double record[kCylinderRecordSize] = {0.0, 0.0, 0.0, a.x, a.y, a.z, 0.0, 0.0};
-    std::int32_t status = kExAllocationFailure;
+    ExtendedStatus status = ExtendedStatus::kAllocationFailure;
     if (deviations) {
       status = FitCylinderEx(record, static_cast<std::int32_t>(count), in.m_points.data(),
                              deviations.get());
@@ -112,7 +112,7 @@ std::int32_t CylinderCandidateSearch(CFitInput& in, CFitResult& out, CylinderSea
     r.m_axis = KPt3<double>(record[3], record[4], record[5]);
     r.m_size1.x = record[6] * 0.5;
     r.m_formError = record[7];
-    r.m_valid = status == 0 ? 1 : 0;
+    r.m_valid = ValidFlag(status);
     r.m_message.clear();
   }
 

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <limits>
 
+#include "composite/cylinder_cone_fit.h"
 #include "core/constants.h"
 #include "extended/cylinder_candidate_search.h"
 #include "extended/cylinder_model.h"
@@ -19,53 +20,49 @@
 
 namespace metrofit {
 
-std::int32_t FitCylinderEx(double* record, std::int32_t n, const KPt3<double>* points,
-                           double* deviations, const CylinderFitLimits& limits) {
+ExtendedStatus FitCylinderEx(double* record, std::int32_t n, const KPt3<double>* points,
+                             double* deviations, const CylinderFitLimits& limits) {
   numeric::UniquePointSet copy;
-  const std::int32_t copied = numeric::CentredCopy(n, points, record, true, copy);
-  if (copied != numeric::kStatusOk) return copied;
+  if (numeric::CentredCopy(n, points, record, true, copy) != numeric::NumericStatus::kOk) {
+    return ExtendedStatus::kResourceFailure;
+  }
 
   const numeric::UniqueVector x(numeric::CreateVector(numeric::kCylinderParams));
-  if (!x) return kExAllocationFailure;
+  if (!x) return ExtendedStatus::kAllocationFailure;
   for (int k = 0; k < 3; ++k) {
     (*x)[k] = 0.0;
     (*x)[3 + k] = record[3 + k];
   }
   (*x)[6] = 0.0;
 
-  switch (
-      numeric::MinimiseCylinder(copy.get(), x.get(), limits.maxIterations, limits.stepTolerance)) {
-    case numeric::kStatusOk:
-      break;
-    case numeric::kStatusLimit:
-      return numeric::kStatusOk;  // reported valid with the centroid, start axis, diameter 0
-    case numeric::kStatusNoMemory:
-      return kExAllocationFailure;
-    default:
-      return kExNumericFailure;
+  const numeric::NumericStatus minimised =
+      numeric::MinimiseCylinder(copy.get(), x.get(), limits.maxIterations, limits.stepTolerance);
+  if (minimised == numeric::NumericStatus::kIterationLimit) {
+    return ExtendedStatus::kOk;  // reported valid with the centroid, start axis, diameter 0
   }
+  const ExtendedStatus status = ToExtendedStatus(minimised);
+  if (status != ExtendedStatus::kOk) return status;
   for (int k = 0; k < 3; ++k) {
     record[k] += (*x)[k];
     record[3 + k] = (*x)[3 + k];
   }
   record[7] = numeric::CylinderDeviations(*copy, *x, deviations);
   record[6] = 2.0 * (*x)[6];
-  return numeric::kStatusOk;
+  return ExtendedStatus::kOk;
 }
 
 }  // namespace metrofit
 
-std::int32_t KFitCylinderEx(CFitInput& in, CFitResult& out) {
-  using namespace metrofit;
+std::int32_t metrofit::FitCylinderExInternal(CFitInput& in, CFitResult& out) noexcept {
   try {
     in.m_fitType = FIT_CYLINDER;
-    KFitCylinder(in, out);
+    FitCylinderInternal(in, out);
     if (out.m_valid == 0) return CylinderCandidateSearch(in, out);
 
     const std::size_t n = in.m_points.size();
     double record[kCylinderRecordSize] = {0.0,          0.0,          0.0, out.m_axis.x,
                                           out.m_axis.y, out.m_axis.z, 0.0, 0.0};
-    std::int32_t status = kExAllocationFailure;
+    ExtendedStatus status = ExtendedStatus::kAllocationFailure;
     if (n <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
       numeric::UniqueDoubles deviations = numeric::AllocateDoubles(n);
       if (deviations) {
@@ -77,7 +74,7 @@ std::int32_t KFitCylinderEx(CFitInput& in, CFitResult& out) {
     out.m_axis = KPt3<double>(record[3], record[4], record[5]);
     out.m_size1.x = record[6] * 0.5;
     out.m_formError = record[7];
-    out.m_valid = status == 0 ? 1 : 0;
+    out.m_valid = ValidFlag(status);
     out.m_message.clear();
 
     // The competitor starts as a full copy of the refined result (the record assignment leaves
@@ -97,4 +94,8 @@ std::int32_t KFitCylinderEx(CFitInput& in, CFitResult& out) {
     out.m_valid = 0;
     return 0;
   }
+}
+
+std::int32_t KFitCylinderEx(CFitInput& in, CFitResult& out) {
+  return metrofit::FitCylinderExInternal(in, out);
 }

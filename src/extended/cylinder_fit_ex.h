@@ -10,6 +10,7 @@
 
 #include <cstdint>
 
+#include "extended/extended_status.h"
 #include "metrofit.h"
 
 namespace metrofit {
@@ -24,12 +25,16 @@ struct CylinderFitLimits {
 };
 
 // Fits a cylinder to n points from the axis record[3..5] (any length, either sign). Fills the
-// record and deviations[0..n-1] (signed radial deviations). Returns 0, kExAllocationFailure,
-// kExNumericFailure (the minimiser rejected its arguments) or the status of CentredCopy.
-// A minimisation that stops at its limit leaves the record with the centroid, the start axis
-// and diameter 0 and still returns 0.
-std::int32_t FitCylinderEx(double* record, std::int32_t n, const KPt3<double>* points,
-                           double* deviations, const CylinderFitLimits& limits = {});
+// record and deviations[0..n-1] (signed radial deviations). Returns kOk, kResourceFailure (the
+// centred copy could not be made), kAllocationFailure or kNumericFailure (the minimiser rejected
+// its arguments). A minimisation that stops at its limit leaves the record with the centroid,
+// the start axis and diameter 0 and still returns kOk.
+ExtendedStatus FitCylinderEx(double* record, std::int32_t n, const KPt3<double>* points,
+                             double* deviations, const CylinderFitLimits& limits = {});
+
+// What KFitCylinderEx does (it only forwards here), for fits inside the library that build on
+// it; an exception becomes m_valid = 0 and a return of 0.
+std::int32_t FitCylinderExInternal(CFitInput& in, CFitResult& out) noexcept;
 
 }  // namespace metrofit
 

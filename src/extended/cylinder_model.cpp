@@ -119,13 +119,15 @@ void CylinderGradient(void* context, NVector& x, NVector& gradient, NMatrix& nor
                   normal);
 }
 
-std::int32_t MinimiseCylinder(PointSet* points, NVector* x, std::int32_t maxIter, double tol) {
+NumericStatus MinimiseCylinder(PointSet* points, NVector* x, std::int32_t maxIter, double tol) {
   NormaliseCylinderParameters(*x);
   double objective = 0.0;
   double accuracy = 0.0;
-  std::int32_t status = MinimiseLM(points, CylinderObjective, CylinderGradient, maxIter, tol,
-                                   &objective, x, &accuracy);
-  if (status >= kStatusBadArguments) return status;
+  NumericStatus status = MinimiseLM(points, CylinderObjective, CylinderGradient, maxIter, tol,
+                                    &objective, x, &accuracy);
+  if (status == NumericStatus::kBadArguments || status == NumericStatus::kAllocationFailure) {
+    return status;
+  }
 
   // A second run from the first solution polishes it; if it does not settle, the first
   // solution stands and counts as converged.
@@ -133,9 +135,9 @@ std::int32_t MinimiseCylinder(PointSet* points, NVector* x, std::int32_t maxIter
   for (std::int32_t k = 0; k < kCylinderParams; ++k) first[k] = (*x)[k];
   status = MinimiseLM(points, CylinderObjective, CylinderGradient, maxIter, tol, &objective, x,
                       &accuracy);
-  if (status != kStatusOk) {
+  if (status != NumericStatus::kOk) {
     for (std::int32_t k = 0; k < kCylinderParams; ++k) (*x)[k] = first[k];
-    status = kStatusOk;
+    status = NumericStatus::kOk;
   }
   NormaliseCylinderParameters(*x);
   return status;

@@ -44,9 +44,9 @@ void CylinderGradient(void* context, NVector& x, NVector& gradient, NMatrix& nor
 
 // Minimises the cylinder objective over the points from x (7 elements, overwritten): normalise,
 // MinimiseLM, and a second MinimiseLM from the first solution; when the second run does not
-// converge the first solution is kept and the outcome is still 0. Returns 0, or the first run's
-// status when it is 2 (bad arguments) or 3 (no memory), then with x as that run left it.
-std::int32_t MinimiseCylinder(PointSet* points, NVector* x, std::int32_t maxIter, double tol);
+// converge the first solution is kept and the outcome is still kOk. Returns kOk, or the first
+// run's status when it is kBadArguments or kAllocationFailure, then with x as that run left it.
+NumericStatus MinimiseCylinder(PointSet* points, NVector* x, std::int32_t maxIter, double tol);
 
 // Distances e_i = |(p_i - c) x a| of the points from the axis (a as given, not divided by its
 // length), deviations[i] = e_i - r; returns the form value |max - min| with both starting at 0.

@@ -1,21 +1,57 @@
-// Internal statuses of the extended fits and the form measure they share.
+// Status of the extended fits, its two mappings, and the form measure the fits share.
 //
-// The numeric core reports 0..3; the extended fits translate what they cannot recover from into
-// these fixed program values before reducing every non-zero status to m_valid = 0.
+// Every extended fit returns an ExtendedStatus. A numeric routine's status becomes an extended
+// one through ToExtendedStatus (the circle fit's in-plane stage has its own numbering, see
+// MapInPlaneFailure in circle_fit_ex.h), and an extended status becomes the exported m_valid
+// only through ValidFlag. The numbers are fixed: they are the integers the fits have always
+// returned.
 #ifndef METROFIT_EXTENDED_EXTENDED_STATUS_H
 #define METROFIT_EXTENDED_EXTENDED_STATUS_H
 
 #include <cmath>
 #include <cstdint>
 
+#include "numeric/status.h"
+
 namespace metrofit {
 
-// A work vector or point copy of an extended fit could not be allocated.
-constexpr std::int32_t kExAllocationFailure = 131;
-// A decomposition or minimisation stopped at its limit or rejected its arguments.
-constexpr std::int32_t kExNumericFailure = 138;
-// The smallest enclosing sphere that starts the extended sphere fit failed.
-constexpr std::int32_t kExEnclosingSphereFailed = 162;
+enum class ExtendedStatus : std::int32_t {
+  kOk = 0,
+  // A working copy of the points could not be made; for the circle fit also a work vector, or
+  // a transfer through the temporary point store failed.
+  kResourceFailure = 1,
+  // The points give no feature: two coincident points (line fit); the in-plane minimiser or the
+  // enclosing circle rejected its arguments (circle fit).
+  kDegeneratePoints = 2,
+  // Circle fit: the plane's decomposition failed, or the in-plane fit and the enclosing circle
+  // stopped at their limits. (The circle fit numbers its failures 1..3, the other fits use the
+  // program values below.)
+  kCircleNumericFailure = 3,
+  // A work vector or point copy of an extended fit could not be allocated.
+  kAllocationFailure = 131,
+  // A decomposition or minimisation stopped at its limit or rejected its arguments.
+  kNumericFailure = 138,
+  // The smallest enclosing sphere that starts the extended sphere fit failed.
+  kEnclosingSphereFailed = 162,
+};
+
+// A numeric routine's status as an extended fit reports it: kOk stays kOk, no memory is
+// kAllocationFailure, every other failure kNumericFailure.
+inline ExtendedStatus ToExtendedStatus(numeric::NumericStatus status) {
+  switch (status) {
+    case numeric::NumericStatus::kOk:
+      return ExtendedStatus::kOk;
+    case numeric::NumericStatus::kAllocationFailure:
+      return ExtendedStatus::kAllocationFailure;
+    default:
+      return ExtendedStatus::kNumericFailure;
+  }
+}
+
+// The exported m_valid of an extended fit: 1 for kOk, 0 for every failure.
+inline int ValidFlag(ExtendedStatus status) {
+  return status == ExtendedStatus::kOk ? 1 : 0;
+}
 
 // Peak-to-valley of signed deviations with the running maximum and minimum both starting at 0:
 // deviations all of one sign are measured from 0, not from each other.

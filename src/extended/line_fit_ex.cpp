@@ -20,40 +20,41 @@
 namespace metrofit {
 namespace {
 
-using numeric::kStatusOk;
+using numeric::NumericStatus;
 
 // Below this length the two points of FitLineEx give no direction.
 constexpr double kCoincidentLength = 1e-7;
-// Status of FitLineEx for two coincident points.
-constexpr std::int32_t kCoincidentPoints = 2;
 // Ten double epsilons: below this a point spread (or a two-point distance) counts as zero.
 constexpr double kCoincidentSpread = 2.220446049250313e-15;
 
 }  // namespace
 
-std::int32_t FitLineEx(double* record, std::int32_t n, const double* points, double* distances) {
+ExtendedStatus FitLineEx(double* record, std::int32_t n, const double* points, double* distances) {
   // Both copies are centred on the same centroid; the decomposition overwrites the second.
   numeric::UniquePointSet first;
-  std::int32_t status = numeric::CentredCopy(n, points, record, true, first);
-  if (status != kStatusOk) return status;
+  if (numeric::CentredCopy(n, points, record, true, first) != NumericStatus::kOk) {
+    return ExtendedStatus::kResourceFailure;
+  }
   numeric::UniquePointSet second;
-  status = numeric::CentredCopy(n, points, record, true, second);
-  if (status != kStatusOk) return status;
+  if (numeric::CentredCopy(n, points, record, true, second) != NumericStatus::kOk) {
+    return ExtendedStatus::kResourceFailure;
+  }
 
   const numeric::UniqueVector x(numeric::CreateVector(6));
-  if (!x) return kExAllocationFailure;
+  if (!x) return ExtendedStatus::kAllocationFailure;
   for (int k = 0; k < 3; ++k) {
     (*x)[k] = 0.0;
     (*x)[3 + k] = record[3 + k];
   }
 
+  ExtendedStatus status = ExtendedStatus::kOk;
   if (n == 2) {
     const double* p0 = second->Point(0);
     const double* p1 = second->Point(1);
     double d[3] = {p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]};
     const double len = numeric::Hypot3(d[0], d[1], d[2]);
     if (len < kCoincidentLength) {
-      status = kCoincidentPoints;
+      status = ExtendedStatus::kDegeneratePoints;
     } else {
       double dot = 0.0;
       for (int k = 0; k < 3; ++k) {
@@ -64,15 +65,10 @@ std::int32_t FitLineEx(double* record, std::int32_t n, const double* points, dou
       for (int k = 0; k < 3; ++k) (*x)[3 + k] = sign * d[k];
     }
   } else {
-    status =
-        numeric::PrincipalDirectionSVD(second.get(), x.get(), numeric::kSvdSweepLimit, nullptr);
-    if (status == numeric::kStatusNoMemory) {
-      status = kExAllocationFailure;
-    } else if (status != kStatusOk) {
-      status = kExNumericFailure;
-    }
+    status = ToExtendedStatus(
+        numeric::PrincipalDirectionSVD(second.get(), x.get(), numeric::kSvdSweepLimit, nullptr));
   }
-  if (status != kStatusOk) return status;
+  if (status != ExtendedStatus::kOk) return status;
 
   for (int k = 0; k < 3; ++k) {
     record[k] += (*x)[k];
@@ -90,7 +86,7 @@ std::int32_t FitLineEx(double* record, std::int32_t n, const double* points, dou
     if (dist > largest) largest = dist;
   }
   record[6] = largest;
-  return kStatusOk;
+  return ExtendedStatus::kOk;
 }
 
 }  // namespace metrofit
@@ -136,7 +132,7 @@ std::int32_t KFitLineEx(CFitInput& in, CFitResult& out) {
     }
 
     double record[kLineRecordSize] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
-    std::int32_t status = kExAllocationFailure;
+    ExtendedStatus status = ExtendedStatus::kAllocationFailure;
     if (count <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 3)) {
       // Scratch copies of 3 n doubles; the distances use the first n.
       numeric::UniqueDoubles points = numeric::AllocateDoubles(3 * count);
@@ -153,7 +149,7 @@ std::int32_t KFitLineEx(CFitInput& in, CFitResult& out) {
     out.m_center = KPt3<double>(record[0], record[1], record[2]);
     out.m_axis = KPt3<double>(record[3], record[4], record[5]);
     out.m_formError = LineFormError(in.m_points, out.m_center, out.m_axis);
-    out.m_valid = status == 0 ? 1 : 0;
+    out.m_valid = ValidFlag(status);
     return out.m_valid;
   } catch (...) {
     // Nothing may cross the library boundary: any failure is a failed fit.

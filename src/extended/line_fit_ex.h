@@ -9,6 +9,8 @@
 
 #include <cstdint>
 
+#include "extended/extended_status.h"
+
 namespace metrofit {
 
 // Working record: centre x, y, z; direction x, y, z; largest orthogonal distance; spare.
@@ -16,10 +18,11 @@ constexpr int kLineRecordSize = 8;
 
 // Fits a line to n points (3 n doubles). `record` holds the previous direction (its sign
 // reference) on entry and receives centre, direction and the largest orthogonal distance;
-// `distances` (at least n doubles) receives the orthogonal distance of every point. Returns 0,
-// kExAllocationFailure, kExNumericFailure (the decomposition stopped at its limit or rejected
-// its arguments), 2 for exactly two coincident points, or the status of CentredCopy.
-std::int32_t FitLineEx(double* record, std::int32_t n, const double* points, double* distances);
+// `distances` (at least n doubles) receives the orthogonal distance of every point. Returns kOk,
+// kResourceFailure (a centred copy could not be made), kAllocationFailure, kNumericFailure (the
+// decomposition stopped at its limit or rejected its arguments), or kDegeneratePoints for
+// exactly two coincident points.
+ExtendedStatus FitLineEx(double* record, std::int32_t n, const double* points, double* distances);
 
 }  // namespace metrofit
 

@@ -87,7 +87,7 @@ void SphereGradient(void* context, NVector& x, NVector& gradient, NMatrix& norma
 
 namespace {
 
-using numeric::kStatusOk;
+using numeric::NumericStatus;
 
 // Limits of the two numeric stages.
 constexpr std::int32_t kEnclosingIterations = 100;
@@ -98,40 +98,42 @@ constexpr double kStepTolerance = 1e-9;
 
 }  // namespace
 
-std::int32_t FitSphereEx(double* record, std::int32_t n, const double* points, double* deviations) {
+ExtendedStatus FitSphereEx(double* record, std::int32_t n, const double* points,
+                           double* deviations) {
   // The record's centre is (0, 0, 0) here, so the first copy equals the input points.
   numeric::UniquePointSet copy;
-  std::int32_t status = numeric::CentredCopy(n, points, record, false, copy);
-  if (status != kStatusOk) return status;
+  if (numeric::CentredCopy(n, points, record, false, copy) != NumericStatus::kOk) {
+    return ExtendedStatus::kResourceFailure;
+  }
 
   const numeric::UniqueVector x(numeric::CreateVector(4));
-  if (!x) return kExAllocationFailure;
+  if (!x) return ExtendedStatus::kAllocationFailure;
   for (int k = 0; k < 4; ++k) (*x)[k] = record[k];
 
-  status = numeric::SmallestEnclosingBall(copy.get(), x.get(), kEnclosingIterations,
-                                          kEnclosingTolerance, false, nullptr);
+  const NumericStatus enclosing = numeric::SmallestEnclosingBall(
+      copy.get(), x.get(), kEnclosingIterations, kEnclosingTolerance, false, nullptr);
   copy.reset();
-  if (status != kStatusOk) return kExEnclosingSphereFailed;
+  if (enclosing != NumericStatus::kOk) return ExtendedStatus::kEnclosingSphereFailed;
   for (int k = 0; k < 3; ++k) record[k] = (*x)[k];
   record[3] = (*x)[3];  // the enclosing radius, held in the diameter slot until the refit
 
-  status = numeric::CentredCopy(n, points, record, false, copy);
-  if (status != kStatusOk) return status;
+  if (numeric::CentredCopy(n, points, record, false, copy) != NumericStatus::kOk) {
+    return ExtendedStatus::kResourceFailure;
+  }
   for (int k = 0; k < 3; ++k) (*x)[k] = 0.0;
   (*x)[3] = record[3];
   double objective = 0.0;
   double accuracy = 0.0;
-  status =
+  const ExtendedStatus status = ToExtendedStatus(
       numeric::MinimiseLM(copy.get(), numeric::SphereObjective, numeric::SphereGradient,
-                          kMinimiserIterations, kStepTolerance, &objective, x.get(), &accuracy);
-  if (status == numeric::kStatusNoMemory) return kExAllocationFailure;
-  if (status != kStatusOk) return kExNumericFailure;
+                          kMinimiserIterations, kStepTolerance, &objective, x.get(), &accuracy));
+  if (status != ExtendedStatus::kOk) return status;
 
   for (int k = 0; k < 3; ++k) record[k] += (*x)[k];
   record[3] = 2.0 * (*x)[3];
   for (std::int32_t i = 0; i < n; ++i) deviations[i] = numeric::SphereResidual(*copy, i, *x);
   record[4] = SpreadFromZero(deviations, n);
-  return kStatusOk;
+  return ExtendedStatus::kOk;
 }
 
 }  // namespace metrofit
@@ -142,7 +144,7 @@ std::int32_t KFitSphereEx(CFitInput& in, CFitResult& out) {
     in.m_fitType = FIT_SPHERE;
     const std::size_t count = in.m_points.size();
     double record[kSphereRecordSize] = {0.0, 0.0, 0.0, 0.0, 0.0};
-    std::int32_t status = kExAllocationFailure;
+    ExtendedStatus status = ExtendedStatus::kAllocationFailure;
     if (count <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 3)) {
       const auto n = static_cast<std::int32_t>(count);
       // Scratch copies of 3 n doubles; the deviations use the first n.
@@ -160,7 +162,7 @@ std::int32_t KFitSphereEx(CFitInput& in, CFitResult& out) {
     out.m_center = KPt3<double>(record[0], record[1], record[2]);
     out.m_size1.x = record[3] * 0.5;
     out.m_formError = record[4];
-    out.m_valid = status == 0 ? 1 : 0;
+    out.m_valid = ValidFlag(status);
     out.m_message.clear();
     return out.m_valid;
   } catch (...) {

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 
+#include "extended/extended_status.h"
 #include "numeric/nvector.h"
 
 namespace metrofit {
@@ -20,10 +21,11 @@ constexpr int kSphereRecordSize = 5;
 
 // Fits a sphere to n points (3 n doubles). `record` starts as the caller's working record (all
 // zero from KFitSphereEx) and receives centre, diameter and form; `deviations` (at least n
-// doubles) receives the signed radial deviations. Returns 0, kExAllocationFailure,
-// kExEnclosingSphereFailed, kExNumericFailure (the record then holds the enclosing centre and the
-// enclosing radius in its diameter slot) or the status of CentredCopy.
-std::int32_t FitSphereEx(double* record, std::int32_t n, const double* points, double* deviations);
+// doubles) receives the signed radial deviations. Returns kOk, kResourceFailure (a centred copy
+// could not be made), kAllocationFailure, kEnclosingSphereFailed or kNumericFailure (the record
+// then holds the enclosing centre and the enclosing radius in its diameter slot).
+ExtendedStatus FitSphereEx(double* record, std::int32_t n, const double* points,
+                           double* deviations);
 
 namespace numeric {
 

@@ -9,16 +9,13 @@
 namespace metrofit::numeric {
 namespace {
 
-// Status of a copy that could not be made.
-constexpr std::int32_t kCopyFailed = 1;
-
 template <class Get>
-std::int32_t CopyAndCentre(std::int32_t n, Get get, double* record, bool computeCentroid,
-                           UniquePointSet& out) {
+NumericStatus CopyAndCentre(std::int32_t n, Get get, double* record, bool computeCentroid,
+                            UniquePointSet& out) {
   out.reset();
-  if (n < 0) return kCopyFailed;
+  if (n < 0) return NumericStatus::kCopyFailed;
   UniquePointSet copy(CreatePointSet(n));
-  if (!copy) return kCopyFailed;
+  if (!copy) return NumericStatus::kCopyFailed;
   for (std::int32_t i = 0; i < n; ++i) {
     double* p = copy->Point(i);
     for (int k = 0; k < 3; ++k) p[k] = get(i, k);
@@ -36,20 +33,20 @@ std::int32_t CopyAndCentre(std::int32_t n, Get get, double* record, bool compute
     for (int k = 0; k < 3; ++k) p[k] -= c[k];
   }
   out = std::move(copy);
-  return kStatusOk;
+  return NumericStatus::kOk;
 }
 
 }  // namespace
 
-std::int32_t CentredCopy(std::int32_t n, const double* xyz, double* record, bool computeCentroid,
-                         UniquePointSet& out) {
+NumericStatus CentredCopy(std::int32_t n, const double* xyz, double* record, bool computeCentroid,
+                          UniquePointSet& out) {
   return CopyAndCentre(
       n, [xyz](std::int32_t i, int k) { return xyz[3 * static_cast<std::ptrdiff_t>(i) + k]; },
       record, computeCentroid, out);
 }
 
-std::int32_t CentredCopy(std::int32_t n, const KPt3<double>* points, double* record,
-                         bool computeCentroid, UniquePointSet& out) {
+NumericStatus CentredCopy(std::int32_t n, const KPt3<double>* points, double* record,
+                          bool computeCentroid, UniquePointSet& out) {
   return CopyAndCentre(
       n,
       [points](std::int32_t i, int k) {

@@ -17,13 +17,13 @@ namespace metrofit::numeric {
 // Copies the n points (3 n doubles, x y z per point) into a new PointSet `out`. When
 // computeCentroid is set, the centroid (compensated sum per coordinate) is stored into
 // record[0..2] first (for n >= 1; with no points the record is left alone). Then record[0..2] is
-// subtracted from every point of the copy. Returns 0, or 1 when the copy cannot be made or n is
-// negative (out is then empty).
-std::int32_t CentredCopy(std::int32_t n, const double* xyz, double* record, bool computeCentroid,
-                         UniquePointSet& out);
+// subtracted from every point of the copy. Returns kOk, or kCopyFailed when the copy cannot be
+// made or n is negative (out is then empty).
+NumericStatus CentredCopy(std::int32_t n, const double* xyz, double* record, bool computeCentroid,
+                          UniquePointSet& out);
 // The same for points held as KPt3.
-std::int32_t CentredCopy(std::int32_t n, const KPt3<double>* points, double* record,
-                         bool computeCentroid, UniquePointSet& out);
+NumericStatus CentredCopy(std::int32_t n, const KPt3<double>* points, double* record,
+                          bool computeCentroid, UniquePointSet& out);
 
 }  // namespace metrofit::numeric
 

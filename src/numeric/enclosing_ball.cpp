@@ -25,7 +25,7 @@ class Walk {
   Walk(const PointSet& points, int dim, NMatrix& gram, NVector& rhs)
       : points_(points), dim_(dim), gram_(gram), rhs_(rhs) {}
 
-  std::int32_t Run(std::int32_t maxIter, double reachTol, double* centre, double* radius) {
+  NumericStatus Run(std::int32_t maxIter, double reachTol, double* centre, double* radius) {
     const double* p0 = points_.Point(0);
     for (int k = 0; k < dim_; ++k) c_[k] = p0[k];
     // The support set starts with the point farthest from point 0 (the first of equals).
@@ -41,7 +41,7 @@ class Walk {
     support_[0] = far;
     size_ = 1;
 
-    std::int32_t status = kStatusOk;
+    NumericStatus status = NumericStatus::kOk;
     std::int32_t it = 0;
     for (;;) {
       double d[3];
@@ -64,7 +64,7 @@ class Walk {
         continue;
       }
       if (maxIter != 0 && it >= maxIter) {
-        status = kStatusLimit;
+        status = NumericStatus::kIterationLimit;
         break;
       }
       double lambda = 1.0;
@@ -197,11 +197,11 @@ class Walk {
 
 }  // namespace
 
-std::int32_t SmallestEnclosingBall(const PointSet* points, NVector* x, std::int32_t maxIter,
-                                   double tol, bool planar, double* accuracy) {
+NumericStatus SmallestEnclosingBall(const PointSet* points, NVector* x, std::int32_t maxIter,
+                                    double tol, bool planar, double* accuracy) {
   if (accuracy != nullptr) *accuracy = kMachineEpsilon;
   if (points == nullptr || points->count < 1 || x == nullptr || x->count < 4) {
-    return kStatusBadArguments;
+    return NumericStatus::kBadArguments;
   }
   const int dim = planar ? 2 : 3;
   double* out = x->data;
@@ -209,7 +209,7 @@ std::int32_t SmallestEnclosingBall(const PointSet* points, NVector* x, std::int3
   if (points->count == 1) {
     for (int k = 0; k < 3; ++k) out[k] = k < dim ? p0[k] : 0.0;
     out[3] = 0.0;
-    return kStatusOk;
+    return NumericStatus::kOk;
   }
   if (points->count == 2) {
     const double* p1 = points->Point(1);
@@ -220,12 +220,12 @@ std::int32_t SmallestEnclosingBall(const PointSet* points, NVector* x, std::int3
     }
     if (planar) out[2] = 0.0;
     out[3] = 0.5 * Hypot3(h[0], h[1], h[2]);
-    return kStatusOk;
+    return NumericStatus::kOk;
   }
 
   const UniqueMatrix gram(CreateMatrix(dim, dim, kPackedSymmetric));
   const UniqueVector rhs(CreateVector(dim));
-  if (!gram || !rhs) return kStatusNoMemory;
+  if (!gram || !rhs) return NumericStatus::kAllocationFailure;
   const double reachTol = tol > 0.0 ? tol : 0.0;
   Walk walk(*points, dim, *gram, *rhs);
   return walk.Run(maxIter, reachTol, out, &out[3]);

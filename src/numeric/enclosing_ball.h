@@ -26,9 +26,10 @@
 namespace metrofit::numeric {
 
 // Smallest ball holding the points: x[0..2] = centre, x[3] = radius (the distance from the
-// centre to the first support point). Returns 0, 1 when the walk needs more than maxIter pivot
-// steps (0 = no limit; centre and radius are written all the same), 2 without points or when x
-// has fewer than 4 elements, 3 when the Gram system cannot be allocated.
+// centre to the first support point). Returns kOk, kIterationLimit when the walk needs more than
+// maxIter pivot steps (0 = no limit; centre and radius are written all the same), kBadArguments
+// without points or when x has fewer than 4 elements, kAllocationFailure when the Gram system
+// cannot be allocated.
 //   tol     relative tolerance |c - cc(S)| <= tol r for "the centre has reached the
 //           circumcentre" (the radius then differs from the smallest by O(tol^2 r)); a step
 //           below 1e-14 of the larger of r and the centre's coordinates always counts as
@@ -36,8 +37,8 @@ namespace metrofit::numeric {
 //   planar  the points lie in the plane z = 0: the walk uses x and y only, writes centre z = 0
 //           and needs at most three support points.
 // *accuracy (may be null) receives the machine epsilon, the relative accuracy of the result.
-std::int32_t SmallestEnclosingBall(const PointSet* points, NVector* x, std::int32_t maxIter,
-                                   double tol, bool planar, double* accuracy);
+NumericStatus SmallestEnclosingBall(const PointSet* points, NVector* x, std::int32_t maxIter,
+                                    double tol, bool planar, double* accuracy);
 
 }  // namespace metrofit::numeric
 

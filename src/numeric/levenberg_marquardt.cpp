@@ -43,10 +43,11 @@ bool TestsStep(Variant variant, double fPrev, double fNew) {
   return variant == Variant::kStrict ? fNew == fPrev : fNew < fPrev + kObjectiveTieMargin;
 }
 
-std::int32_t Minimise(Variant variant, void* context, ObjectiveFn objective, GradientFn gradient,
-                      std::int32_t maxIter, double tol, double* result, NVector* x,
-                      double* accuracy) {
-  if (x == nullptr || objective == nullptr || gradient == nullptr) return kStatusBadArguments;
+NumericStatus Minimise(Variant variant, void* context, ObjectiveFn objective, GradientFn gradient,
+                       std::int32_t maxIter, double tol, double* result, NVector* x,
+                       double* accuracy) {
+  if (x == nullptr || objective == nullptr || gradient == nullptr)
+    return NumericStatus::kBadArguments;
   const auto stepConverged = variant == Variant::kStrict ? StepTest<false> : StepTest<true>;
 
   double lambda = kInitialDamping;
@@ -59,7 +60,7 @@ std::int32_t Minimise(Variant variant, void* context, ObjectiveFn objective, Gra
   const UniqueVector step(CreateVector(p));
   const UniqueVector g(CreateVector(p));
   const UniqueVector xPrev(CreateVector(p));
-  if (!a0 || !a || !step || !g || !xPrev) return kStatusNoMemory;
+  if (!a0 || !a || !step || !g || !xPrev) return NumericStatus::kAllocationFailure;
   const std::int64_t packed = ElementCount(kPackedSymmetric, p, p);
 
   // fX is the objective at the current x, which after a rejected trial is the trial point.
@@ -108,7 +109,7 @@ std::int32_t Minimise(Variant variant, void* context, ObjectiveFn objective, Gra
     }
     *accuracy = std::sqrt((p * tol * tol + e * e) / kAccuracyCoordinates);
   }
-  return converged ? kStatusOk : kStatusLimit;
+  return converged ? NumericStatus::kOk : NumericStatus::kIterationLimit;
 }
 
 }  // namespace
@@ -393,16 +394,16 @@ void NormalEquations(const PointSet& points, const NVector& x, ResidualRowBlockF
   StoreNormalEquations(sum, p, gradient, normal);
 }
 
-std::int32_t MinimiseLM(void* context, ObjectiveFn objective, GradientFn gradient,
-                        std::int32_t maxIter, double tol, double* result, NVector* x,
-                        double* accuracy) {
+NumericStatus MinimiseLM(void* context, ObjectiveFn objective, GradientFn gradient,
+                         std::int32_t maxIter, double tol, double* result, NVector* x,
+                         double* accuracy) {
   return Minimise(Variant::kStrict, context, objective, gradient, maxIter, tol, result, x,
                   accuracy);
 }
 
-std::int32_t MinimiseLMObjective(void* context, ObjectiveFn objective, GradientFn gradient,
-                                 std::int32_t maxIter, double tol, double* result, NVector* x,
-                                 double* accuracy) {
+NumericStatus MinimiseLMObjective(void* context, ObjectiveFn objective, GradientFn gradient,
+                                  std::int32_t maxIter, double tol, double* result, NVector* x,
+                                  double* accuracy) {
   return Minimise(Variant::kObjective, context, objective, gradient, maxIter, tol, result, x,
                   accuracy);
 }

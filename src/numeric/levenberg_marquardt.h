@@ -18,8 +18,8 @@
 //   residual      r(points, i, x)
 //   residual row  (points, i, x, row out (p elements of J_i), residual out)
 //
-// Statuses: 0 converged, 1 iteration limit, 2 bad arguments (absent x or callback), 3 out of
-// memory. Work vectors are made once per call.
+// Statuses (NumericStatus): kOk converged, kIterationLimit, kBadArguments (absent x or
+// callback), kAllocationFailure. Work vectors are made once per call.
 #ifndef METROFIT_NUMERIC_LEVENBERG_MARQUARDT_H
 #define METROFIT_NUMERIC_LEVENBERG_MARQUARDT_H
 
@@ -113,16 +113,16 @@ void NormalEquations(const PointSet& points, const NVector& x, ResidualRowBlockF
 // when < 0). *result (may be null) receives the objective value at the returned x; *accuracy
 // (may be null) sqrt((p tol^2 + e^2) / 3) with e = max(eps / rcond, tol) from the reciprocal
 // condition of the finally damped normal matrix (e = 0 when rcond is 0).
-std::int32_t MinimiseLM(void* context, ObjectiveFn objective, GradientFn gradient,
-                        std::int32_t maxIter, double tol, double* result, NVector* x,
-                        double* accuracy);
+NumericStatus MinimiseLM(void* context, ObjectiveFn objective, GradientFn gradient,
+                         std::int32_t maxIter, double tol, double* result, NVector* x,
+                         double* accuracy);
 
 // The same scheme with two deliberate differences: the step of a trial that lies less than
 // kObjectiveTieMargin above the previous value is tested too (not only exact ties), and the
 // absolute step test accepts an element equal to tol (StepConvergedInclusive).
-std::int32_t MinimiseLMObjective(void* context, ObjectiveFn objective, GradientFn gradient,
-                                 std::int32_t maxIter, double tol, double* result, NVector* x,
-                                 double* accuracy);
+NumericStatus MinimiseLMObjective(void* context, ObjectiveFn objective, GradientFn gradient,
+                                  std::int32_t maxIter, double tol, double* result, NVector* x,
+                                  double* accuracy);
 
 }  // namespace metrofit::numeric
 

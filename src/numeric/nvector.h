@@ -11,8 +11,8 @@
 //   PointSet  count n and 3 n doubles, x y z per point; one block.
 //
 // Every object is one block from AllocateBlock and is released by one ReleaseBlock (the
-// header-only matrix does not own its array). Blocks are zero-filled. The core reports small
-// statuses instead of throwing: 0 success, 1 iteration limit, 2 bad arguments, 3 no memory.
+// header-only matrix does not own its array). Blocks are zero-filled. The core reports a
+// NumericStatus (status.h) instead of throwing.
 #ifndef METROFIT_NUMERIC_NVECTOR_H
 #define METROFIT_NUMERIC_NVECTOR_H
 
@@ -20,13 +20,9 @@
 #include <cstdint>
 #include <memory>
 
-namespace metrofit::numeric {
+#include "numeric/status.h"
 
-constexpr std::int32_t kStatusOk = 0;
-// Iteration limit reached (or a failed point-store transfer in the circle fit).
-constexpr std::int32_t kStatusLimit = 1;
-constexpr std::int32_t kStatusBadArguments = 2;
-constexpr std::int32_t kStatusNoMemory = 3;
+namespace metrofit::numeric {
 
 // ---------------------------------------------------------------------------------------------
 // Allocation. Every block of the core comes from here so that a test can make any one of them

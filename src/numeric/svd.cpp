@@ -49,17 +49,17 @@ class RowMajor {
 
 enum class Extreme { kSmallest, kLargest };
 
-std::int32_t ExtremeDirection(Extreme which, PointSet* points, NVector* x, std::int32_t maxIter,
-                              double* accuracy) {
-  if (points == nullptr || x == nullptr || x->count < 6) return kStatusBadArguments;
+NumericStatus ExtremeDirection(Extreme which, PointSet* points, NVector* x, std::int32_t maxIter,
+                               double* accuracy) {
+  if (points == nullptr || x == nullptr || x->count < 6) return NumericStatus::kBadArguments;
   const UniqueMatrix v(CreateMatrix(3, 3, kGeneral));
   const UniqueVector w(CreateVector(3));
   const UniqueMatrix a(CreateMatrixOver(*points));
-  if (!v || !w || !a) return kStatusNoMemory;
+  if (!v || !w || !a) return NumericStatus::kAllocationFailure;
   for (int k = 0; k < 3; ++k) (*x)[k] = 0.0;
 
-  const std::int32_t status = SingularValueDecomposition(a.get(), w.get(), v.get(), maxIter);
-  if (status != kStatusOk) return status;
+  const NumericStatus status = SingularValueDecomposition(a.get(), w.get(), v.get(), maxIter);
+  if (status != NumericStatus::kOk) return status;
 
   const double* s = w->data;
   int iext = 0;
@@ -78,7 +78,7 @@ std::int32_t ExtremeDirection(Extreme which, PointSet* points, NVector* x, std::
                     ? a2 * a2 * kAccuracyScale / (std::fabs(b2 * b2 - a2 * a2) * std::sqrt(3.0))
                     : kTiedAccuracy;
   }
-  return kStatusOk;
+  return NumericStatus::kOk;
 }
 
 }  // namespace
@@ -97,19 +97,20 @@ void SelectSingularIndices(const double* w, bool largest, int* extreme, int* mid
   *middle = imid;
 }
 
-std::int32_t SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
-                                        std::int32_t maxIter) {
-  if (am == nullptr || wv == nullptr || vm == nullptr) return kStatusBadArguments;
-  if (am->kind != kGeneral || vm->kind != kGeneral) return kStatusBadArguments;
+NumericStatus SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
+                                         std::int32_t maxIter) {
+  if (am == nullptr || wv == nullptr || vm == nullptr) return NumericStatus::kBadArguments;
+  if (am->kind != kGeneral || vm->kind != kGeneral) return NumericStatus::kBadArguments;
   const std::int32_t m = am->rows;
   const std::int32_t n = am->cols;
-  if (n < 0 || m < n) return kStatusBadArguments;
-  if (vm->rows != n || vm->cols != n || wv->count < n || maxIter < 1) return kStatusBadArguments;
-  if (n == 0) return kStatusOk;
-  if (am->data == nullptr) return kStatusBadArguments;
+  if (n < 0 || m < n) return NumericStatus::kBadArguments;
+  if (vm->rows != n || vm->cols != n || wv->count < n || maxIter < 1)
+    return NumericStatus::kBadArguments;
+  if (n == 0) return NumericStatus::kOk;
+  if (am->data == nullptr) return NumericStatus::kBadArguments;
 
   const UniqueVector rv1v(CreateVector(n));
-  if (!rv1v) return kStatusNoMemory;
+  if (!rv1v) return NumericStatus::kAllocationFailure;
   double* rv1 = rv1v->data;
   double* w = wv->data;
   const RowMajor A(am->data, n);
@@ -269,7 +270,7 @@ std::int32_t SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
         }
         break;
       }
-      if (its >= maxIter) return kStatusLimit;
+      if (its >= maxIter) return NumericStatus::kIterationLimit;
 
       // Shift from the trailing 2 x 2 minor, then one implicit QR sweep over l..k.
       double x = w[l];
@@ -323,15 +324,15 @@ std::int32_t SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
       w[k] = x;
     }
   }
-  return kStatusOk;
+  return NumericStatus::kOk;
 }
 
-std::int32_t PlaneNormalSVD(PointSet* points, NVector* x, std::int32_t maxIter, double* accuracy) {
+NumericStatus PlaneNormalSVD(PointSet* points, NVector* x, std::int32_t maxIter, double* accuracy) {
   return ExtremeDirection(Extreme::kSmallest, points, x, maxIter, accuracy);
 }
 
-std::int32_t PrincipalDirectionSVD(PointSet* points, NVector* x, std::int32_t maxIter,
-                                   double* accuracy) {
+NumericStatus PrincipalDirectionSVD(PointSet* points, NVector* x, std::int32_t maxIter,
+                                    double* accuracy) {
   return ExtremeDirection(Extreme::kLargest, points, x, maxIter, accuracy);
 }
 

@@ -20,10 +20,10 @@ constexpr std::int32_t kSvdSweepLimit = 200;
 // Decomposes the general m x n matrix A (m >= n) in place: A is overwritten by U (m x n), the
 // n singular values go into w[0..n-1] (not sorted, all >= 0) and V (n x n, general) receives the
 // right singular vectors as columns. maxIter limits the implicit-shift QR sweeps per singular
-// value. Returns 0, 1 when a singular value needs maxIter sweeps, 2 on bad arguments (absent A,
-// w or V; fewer rows than columns; A or V not general; w shorter than n; V not n x n;
-// maxIter < 1), 3 when the work vector cannot be made.
-std::int32_t SingularValueDecomposition(NMatrix* a, NVector* w, NMatrix* v, std::int32_t maxIter);
+// value. Returns kOk, kIterationLimit when a singular value needs maxIter sweeps, kBadArguments
+// (absent A, w or V; fewer rows than columns; A or V not general; w shorter than n; V not n x n;
+// maxIter < 1), kAllocationFailure when the work vector cannot be made.
+NumericStatus SingularValueDecomposition(NMatrix* a, NVector* w, NMatrix* v, std::int32_t maxIter);
 
 // Index of the smallest (largest when `largest` is set) of three singular values and of the
 // middle one: w1 replaces w0 only when strictly more extreme (index 0 wins a tie), then w2
@@ -34,14 +34,14 @@ void SelectSingularIndices(const double* w, bool largest, int* extreme, int* mid
 // vector of the smallest singular value, signed so that its dot product with the previous
 // x[3..5] is >= 0. The point array is used in place as an n x 3 matrix and is overwritten.
 // *accuracy (may be null) = a^2 2^-50 / (|b^2 - a^2| sqrt 3) with a = w_min^2, b = w_mid^2, or
-// 2.0 when a = b. Returns the decomposition's status (2 also for fewer than 3 points or x
-// shorter than 6), or 3 when the work objects cannot be made.
-std::int32_t PlaneNormalSVD(PointSet* points, NVector* x, std::int32_t maxIter, double* accuracy);
+// 2.0 when a = b. Returns the decomposition's status (kBadArguments also for fewer than 3 points
+// or x shorter than 6), or kAllocationFailure when the work objects cannot be made.
+NumericStatus PlaneNormalSVD(PointSet* points, NVector* x, std::int32_t maxIter, double* accuracy);
 
 // Direction of the best line through centred points: as PlaneNormalSVD with the largest
 // singular value instead of the smallest (accuracy from a = w_max^2, b = w_mid^2).
-std::int32_t PrincipalDirectionSVD(PointSet* points, NVector* x, std::int32_t maxIter,
-                                   double* accuracy);
+NumericStatus PrincipalDirectionSVD(PointSet* points, NVector* x, std::int32_t maxIter,
+                                    double* accuracy);
 
 }  // namespace metrofit::numeric
 

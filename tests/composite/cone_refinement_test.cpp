@@ -342,17 +342,17 @@ TEST(MinimiseCone, SecondRunStartsWhereTheFirstStopped) {
   auto set = MakePoints(pts);
   const Params start = {0.2, 0.1, -0.5, 0.1, 0.1, 2.0, 3.0, 0.2};
   auto viaWrapper = MakeX(start);
-  const std::int32_t status = MinimiseCone(*set, *viaWrapper, 2, 1e-10);
+  const numeric::NumericStatus status = MinimiseCone(*set, *viaWrapper, 2, 1e-10);
 
   auto byHand = MakeX(start);
   double f = 0.0;
   CanonicalCone(*byHand);
-  EXPECT_EQ(numeric::MinimiseLMObjective(set.get(), ConeObjective, ConeGradient, 2, 1e-10, &f,
-                                         byHand.get(), nullptr),
+  EXPECT_EQ(static_cast<int>(numeric::MinimiseLMObjective(set.get(), ConeObjective, ConeGradient, 2,
+                                                          1e-10, &f, byHand.get(), nullptr)),
             1);
   CanonicalCone(*byHand);
-  const std::int32_t second = numeric::MinimiseLMObjective(set.get(), ConeObjective, ConeGradient,
-                                                           2, 1e-10, &f, byHand.get(), nullptr);
+  const numeric::NumericStatus second = numeric::MinimiseLMObjective(
+      set.get(), ConeObjective, ConeGradient, 2, 1e-10, &f, byHand.get(), nullptr);
   CanonicalCone(*byHand);
   EXPECT_EQ(status, second);
   for (int k = 0; k < kConeParameters; ++k) EXPECT_EQ((*viaWrapper)[k], (*byHand)[k]) << k;
@@ -363,12 +363,12 @@ TEST(MinimiseCone, SecondRunStartsWhereTheFirstStopped) {
 Params ReproduceRefinement(const CFitInput& in, double apexAngleStart) {
   double record[3] = {in.m_centerParam.value.x, in.m_centerParam.value.y, in.m_centerParam.value.z};
   UniquePointSet pts;
-  EXPECT_EQ(numeric::CentredCopy(static_cast<std::int32_t>(in.m_points.size()), in.m_points.data(),
-                                 record, false, pts),
+  EXPECT_EQ(static_cast<int>(numeric::CentredCopy(static_cast<std::int32_t>(in.m_points.size()),
+                                                  in.m_points.data(), record, false, pts)),
             0);
   const Pt& a = in.m_axisParam.value;
   auto x = MakeX({0.0, 0.0, 0.0, a.x, a.y, a.z, apexAngleStart, 0.0});
-  EXPECT_EQ(MinimiseCone(*pts, *x, 100, 1e-10), 0);
+  EXPECT_EQ(static_cast<int>(MinimiseCone(*pts, *x, 100, 1e-10)), 0);
   return ToArray(*x);
 }
 

@@ -52,8 +52,8 @@ CircleFit RunFitCircleEx(const std::vector<Pt>& pts, const Pt& startNormal) {
   CircleFit f;
   double record[kCircleRecordSize] = {0, 0, 0, startNormal.x, startNormal.y, startNormal.z, 0, 0};
   f.deviations.assign(3 * pts.size(), 0.0);
-  f.status =
-      FitCircleEx(record, static_cast<std::int32_t>(pts.size()), pts.data(), f.deviations.data());
+  f.status = static_cast<std::int32_t>(
+      FitCircleEx(record, static_cast<std::int32_t>(pts.size()), pts.data(), f.deviations.data()));
   f.centre = Pt(record[0], record[1], record[2]);
   f.normal = Pt(record[3], record[4], record[5]);
   f.radius = 0.5 * record[6];
@@ -284,9 +284,12 @@ TEST(CircleFitEx, ResidualRowAtTheCentreDependsOnTheRadiusOnly) {
 }
 
 TEST(CircleFitEx, InPlaneFailureStatusesAreMapped) {
-  EXPECT_EQ(MapInPlaneFailure(numeric::kStatusLimit), kCircleNumericFailure);
-  EXPECT_EQ(MapInPlaneFailure(numeric::kStatusBadArguments), kCircleNoPoints);
-  EXPECT_EQ(MapInPlaneFailure(numeric::kStatusNoMemory), kCircleResourceFailure);
+  EXPECT_EQ(MapInPlaneFailure(numeric::NumericStatus::kIterationLimit),
+            ExtendedStatus::kCircleNumericFailure);
+  EXPECT_EQ(MapInPlaneFailure(numeric::NumericStatus::kBadArguments),
+            ExtendedStatus::kDegeneratePoints);
+  EXPECT_EQ(MapInPlaneFailure(numeric::NumericStatus::kAllocationFailure),
+            ExtendedStatus::kResourceFailure);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -377,16 +380,16 @@ TEST(CircleFitEx, EveryAllocationFailureIsReportedAndReleasesItsSavedCopies) {
     double record[kCircleRecordSize] = {0, 0, 0, n.x, n.y, n.z, 0, 0};
     std::vector<double> dev(pts.size());
     numeric::FailAllocationAfter(k);
-    const std::int32_t s =
+    const ExtendedStatus s =
         FitCircleEx(record, static_cast<std::int32_t>(pts.size()), pts.data(), dev.data());
     numeric::FailAllocationAfter(-1);
     // Whichever allocation failed, the copies parked in the point store went with the fit.
     EXPECT_EQ(numeric::PendingPointFileCount(), 0) << "k " << k;
     EXPECT_EQ(numeric::LiveBlockCount(), blocks) << "k " << k;
     EXPECT_EQ(tmp.FileCount(), 0u) << "k " << k;
-    if (s == kCircleResourceFailure) ++resourceFailures;
-    if (s == kCircleNumericFailure) ++numericFailures;
-    if (s == 0) {
+    if (s == ExtendedStatus::kResourceFailure) ++resourceFailures;
+    if (s == ExtendedStatus::kCircleNumericFailure) ++numericFailures;
+    if (s == ExtendedStatus::kOk) {
       // The least-squares circle; or, when the minimiser's work space failed, the smallest
       // enclosing circle of the arc (radius half the chord); or, when only the scratch block
       // of one normal-equation build failed, the circle at which the minimiser stopped: that
@@ -402,7 +405,9 @@ TEST(CircleFitEx, EveryAllocationFailureIsReportedAndReleasesItsSavedCopies) {
         ++earlyStops;
       }
     }
-    EXPECT_TRUE(s == 0 || s == kCircleResourceFailure || s == kCircleNumericFailure) << s;
+    EXPECT_TRUE(s == ExtendedStatus::kOk || s == ExtendedStatus::kResourceFailure ||
+                s == ExtendedStatus::kCircleNumericFailure)
+        << static_cast<int>(s);
   });
   EXPECT_GT(runs, 5);
   EXPECT_GT(resourceFailures, 0);

@@ -39,8 +39,8 @@ CylinderFit RunFitCylinderEx(const std::vector<Pt>& pts, const Pt& start,
   CylinderFit f;
   double record[kCylinderRecordSize] = {0, 0, 0, start.x, start.y, start.z, 0, 0};
   f.deviations.assign(pts.size(), 0.0);
-  f.status = FitCylinderEx(record, static_cast<std::int32_t>(pts.size()), pts.data(),
-                           f.deviations.data(), limits);
+  f.status = static_cast<std::int32_t>(FitCylinderEx(record, static_cast<std::int32_t>(pts.size()),
+                                                     pts.data(), f.deviations.data(), limits));
   f.point = Pt(record[0], record[1], record[2]);
   f.axis = Pt(record[3], record[4], record[5]);
   f.radius = 0.5 * record[6];
@@ -133,12 +133,12 @@ TEST(CylinderFitEx, RefitWhoseMinimiserDoesNotConvergeTwiceKeepsTheFirstSolution
   // The first run's solution, as the minimiser alone gives it on the centred points.
   double record[kCylinderRecordSize] = {0, 0, 0, start.x, start.y, start.z, 0, 0};
   numeric::UniquePointSet centred;
-  ASSERT_EQ(numeric::CentredCopy(static_cast<std::int32_t>(pts.size()), pts.data(), record, true,
-                                 centred),
+  ASSERT_EQ(static_cast<int>(numeric::CentredCopy(static_cast<std::int32_t>(pts.size()), pts.data(),
+                                                  record, true, centred)),
             0);
   numeric::UniqueVector x(numeric::CreateVector(numeric::kCylinderParams));
   for (int k = 0; k < 3; ++k) (*x)[3 + k] = record[3 + k];
-  ASSERT_EQ(numeric::MinimiseCylinder(centred.get(), x.get(), 2, 1e-9), 0);
+  ASSERT_EQ(static_cast<int>(numeric::MinimiseCylinder(centred.get(), x.get(), 2, 1e-9)), 0);
   EXPECT_TRUE(BitEqual(f.point.x, record[0] + (*x)[0]));
   EXPECT_TRUE(BitEqual(f.point.y, record[1] + (*x)[1]));
   EXPECT_TRUE(BitEqual(f.point.z, record[2] + (*x)[2]));
@@ -180,15 +180,17 @@ TEST(CylinderFitEx, EveryAllocationFailureIsReportedOrEndsTheRefitEarly) {
     double record[kCylinderRecordSize] = {0, 0, 0, a.x + 0.05, a.y, a.z, 0, 0};
     std::vector<double> dev(pts.size());
     numeric::FailAllocationAfter(k);
-    const std::int32_t s =
+    const ExtendedStatus s =
         FitCylinderEx(record, static_cast<std::int32_t>(pts.size()), pts.data(), dev.data());
     numeric::FailAllocationAfter(-1);
-    // The copy (status 1 of the centred copy), the parameters or the minimiser's work space
-    // (131); a failed normal-equation scratch block gives a zero step and an early stop,
-    // reported as success like any other stop of the minimiser.
-    EXPECT_TRUE(s == 0 || s == 1 || s == kExAllocationFailure) << "k " << k << " status " << s;
-    if (s != 0) ++reported;
-    if (s == 0) {
+    // The copy (kResourceFailure, 1), the parameters or the minimiser's work space
+    // (kAllocationFailure, 131); a failed normal-equation scratch block gives a zero step and an
+    // early stop, reported as success like any other stop of the minimiser.
+    EXPECT_TRUE(s == ExtendedStatus::kOk || s == ExtendedStatus::kResourceFailure ||
+                s == ExtendedStatus::kAllocationFailure)
+        << "k " << k << " status " << static_cast<int>(s);
+    if (s != ExtendedStatus::kOk) ++reported;
+    if (s == ExtendedStatus::kOk) {
       ++succeeded;
       EXPECT_TRUE(std::isfinite(record[6])) << "k " << k;
     }

@@ -141,17 +141,18 @@ TEST(CylinderModel, SecondRunThatStopsAtItsLimitKeepsTheFirstSolution) {
   numeric::NormaliseCylinderParameters(*first);
   ASSERT_EQ(numeric::MinimiseLM(s1.get(), numeric::CylinderObjective, numeric::CylinderGradient,
                                 kTinyLimit, 1e-9, nullptr, first.get(), nullptr),
-            numeric::kStatusLimit);
+            numeric::NumericStatus::kIterationLimit);
   UniqueVector second = Params(Pt(0, 0, 0), Pt(0, 0, 1), 0.0);
   numeric::CopyVector(first.get(), second.get());
   ASSERT_EQ(numeric::MinimiseLM(s1.get(), numeric::CylinderObjective, numeric::CylinderGradient,
                                 kTinyLimit, 1e-9, nullptr, second.get(), nullptr),
-            numeric::kStatusLimit);
+            numeric::NumericStatus::kIterationLimit);
   numeric::NormaliseCylinderParameters(*first);
 
   UniquePointSet s2 = ToSet(pts);
   UniqueVector x = Params(Pt(0, 0, 0), start, 0.0);
-  EXPECT_EQ(numeric::MinimiseCylinder(s2.get(), x.get(), kTinyLimit, 1e-9), numeric::kStatusOk);
+  EXPECT_EQ(numeric::MinimiseCylinder(s2.get(), x.get(), kTinyLimit, 1e-9),
+            numeric::NumericStatus::kOk);
   for (int j = 0; j < kCylinderParams; ++j) EXPECT_TRUE(BitEqual((*x)[j], (*first)[j])) << j;
 }
 
@@ -162,7 +163,7 @@ TEST(CylinderModel, MinimiserConvergesOnExactDataFromATiltedStart) {
       testing::CylinderPoints(rng, 80, Pt(0.3, 0.1, -0.2), a, 20.0, 40.0, 4.0, 0.0);
   UniquePointSet s = ToSet(pts);
   UniqueVector x = Params(Pt(0, 0, 0), testing::Unit(a + Pt(0.1, -0.05, 0.0)), 0.0);
-  EXPECT_EQ(numeric::MinimiseCylinder(s.get(), x.get(), 300, 1e-9), numeric::kStatusOk);
+  EXPECT_EQ(numeric::MinimiseCylinder(s.get(), x.get(), 300, 1e-9), numeric::NumericStatus::kOk);
   const Pt axis((*x)[3], (*x)[4], (*x)[5]);
   EXPECT_LT(testing::LineAngle(axis, a), 1e-11);
   EXPECT_NEAR((*x)[6], 20.0, 1e-10);

@@ -170,9 +170,10 @@ TEST(KFitLineEx, PointsExactlyOnALineGiveTheUnitDirectionWithTheSingularVectorSi
     std::vector<double> xyz = Flatten(pts);
     double record[kLineRecordSize] = {0, 0, 0, 0, 0, 0, 0, 0};
     numeric::UniquePointSet centred;
-    ASSERT_EQ(numeric::CentredCopy(200, xyz.data(), record, true, centred), 0);
+    ASSERT_EQ(static_cast<int>(numeric::CentredCopy(200, xyz.data(), record, true, centred)), 0);
     numeric::UniqueVector x(numeric::CreateVector(6));
-    ASSERT_EQ(numeric::PrincipalDirectionSVD(centred.get(), x.get(), 200, nullptr), 0);
+    ASSERT_EQ(
+        static_cast<int>(numeric::PrincipalDirectionSVD(centred.get(), x.get(), 200, nullptr)), 0);
     EXPECT_EQ(out.m_axis, Pt((*x)[3], (*x)[4], (*x)[5]));
   }
 }
@@ -232,7 +233,7 @@ TEST(FitLineEx, DistancesAndLargestDistance) {
   std::vector<double> xyz = Flatten(pts);
   std::vector<double> dist(12, -1.0);
   double record[kLineRecordSize] = {0, 0, 0, 0, 0, 0, 0, 0};
-  ASSERT_EQ(FitLineEx(record, 4, xyz.data(), dist.data()), 0);
+  ASSERT_EQ(static_cast<int>(FitLineEx(record, 4, xyz.data(), dist.data())), 0);
   const Pt c(record[0], record[1], record[2]);
   const Pt a(record[3], record[4], record[5]);
   EXPECT_EQ(c, Pt(15, 0, 0));
@@ -250,16 +251,16 @@ TEST(FitLineEx, TwoPointsFollowThePreviousDirectionOrReportCoincidence) {
   const double xyz[6] = {1, 1, 1, 1, 1, 4};
   double dist[6] = {0};
   double record[kLineRecordSize] = {0, 0, 0, 0, 0, -1, 0, 0};  // previous direction -z
-  ASSERT_EQ(FitLineEx(record, 2, xyz, dist), 0);
+  ASSERT_EQ(static_cast<int>(FitLineEx(record, 2, xyz, dist)), 0);
   EXPECT_EQ(record[2], 2.5);
   EXPECT_EQ(record[5], -1.0);  // flipped to agree with the previous direction
   record[5] = 0.5;
-  ASSERT_EQ(FitLineEx(record, 2, xyz, dist), 0);
+  ASSERT_EQ(static_cast<int>(FitLineEx(record, 2, xyz, dist)), 0);
   EXPECT_EQ(record[5], 1.0);
 
   const double close[6] = {1, 1, 1, 1, 1, 1 + 5e-8};  // closer than 1e-7
   double rec2[kLineRecordSize] = {0, 0, 0, 0.6, 0.8, 0, 0, 0};
-  EXPECT_EQ(FitLineEx(rec2, 2, close, dist), 2);
+  EXPECT_EQ(static_cast<int>(FitLineEx(rec2, 2, close, dist)), 2);
   EXPECT_EQ(rec2[3], 0.6);  // direction left as it was
   EXPECT_EQ(rec2[4], 0.8);
 }
@@ -274,7 +275,7 @@ TEST(KFitLineEx, AllocationFailuresGiveAnInvalidFitAndLeakNothing) {
     std::vector<double> dist(90, 0.0);
     double record[kLineRecordSize] = {0, 0, 0, 0, 0, 0, 0, 0};
     FailAllocationAfter(k);
-    statuses.push_back(FitLineEx(record, 30, xyz.data(), dist.data()));
+    statuses.push_back(static_cast<std::int32_t>(FitLineEx(record, 30, xyz.data(), dist.data())));
   });
   // Two copies, the parameter vector, then the decomposition's V, w, header and work vector.
   const std::vector<std::int32_t> want = {1, 1, 131, 131, 131, 131, 131, 0};

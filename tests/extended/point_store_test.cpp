@@ -558,7 +558,7 @@ TEST_F(PointStoreLifetime, NaNCoordinateFailsTheCircleFitAfterItsFirstSave) {
   double record[kCircleRecordSize] = {0, 0, 0, 0, 0, 1, 0, 0};
   std::vector<double> dev(3 * pts.size());
   EXPECT_EQ(FitCircleEx(record, static_cast<std::int32_t>(pts.size()), pts.data(), dev.data()),
-            kCircleNumericFailure);
+            ExtendedStatus::kCircleNumericFailure);
 }
 
 // Runs `fit` on the points `times` times; every run must fail and leave nothing behind.

@@ -162,7 +162,7 @@ TEST(KFitSphereEx, AllDeviationsOfOneSignAreMeasuredFromZero) {
   std::vector<double> xyz = Flatten(pts);
   std::vector<double> dev(3 * pts.size(), 0.0);
   double record[kSphereRecordSize] = {0, 0, 0, 0, 0};
-  ASSERT_EQ(FitSphereEx(record, 50, xyz.data(), dev.data()), 0);
+  ASSERT_EQ(static_cast<int>(FitSphereEx(record, 50, xyz.data(), dev.data())), 0);
   EXPECT_EQ(record[4], SpreadFromZero(dev.data(), 50));
   for (int i = 0; i < 50; ++i) {
     const double d = (pts[i] - Pt(record[0], record[1], record[2])).Length() - 0.5 * record[3];
@@ -176,7 +176,7 @@ TEST(KFitSphereEx, OnePointGivesRadiusZeroFromTheEnclosingStart) {
   const double p[3] = {500.25, -3.5, 12.0};
   double record[kSphereRecordSize] = {0, 0, 0, 0, 0};
   double dev[3] = {7, 7, 7};
-  ASSERT_EQ(FitSphereEx(record, 1, p, dev), 0);
+  ASSERT_EQ(static_cast<int>(FitSphereEx(record, 1, p, dev)), 0);
   EXPECT_EQ(record[0], 500.25);
   EXPECT_EQ(record[1], -3.5);
   EXPECT_EQ(record[2], 12.0);
@@ -196,7 +196,7 @@ TEST(KFitSphereEx, NoPointsFailTheEnclosingSphereWithStatus162) {
   NoLeakScope scope;
   double record[kSphereRecordSize] = {0, 0, 0, 0, 0};
   double dev[1] = {0};
-  EXPECT_EQ(FitSphereEx(record, 0, dev, dev), kExEnclosingSphereFailed);
+  EXPECT_EQ(FitSphereEx(record, 0, dev, dev), ExtendedStatus::kEnclosingSphereFailed);
 
   CFitInput in;
   CFitResult out;
@@ -230,11 +230,13 @@ TEST(KFitSphereEx, MinimiserLimitLeavesTheEnclosingSphereAndFails) {
   numeric::UniquePointSet set(numeric::CreatePointSet(60));
   std::copy(xyz.begin(), xyz.end(), set->xyz);
   numeric::UniqueVector ball(numeric::CreateVector(4));
-  ASSERT_EQ(numeric::SmallestEnclosingBall(set.get(), ball.get(), 100, 1e-9, false, nullptr), 0);
+  ASSERT_EQ(static_cast<int>(
+                numeric::SmallestEnclosingBall(set.get(), ball.get(), 100, 1e-9, false, nullptr)),
+            0);
 
   std::vector<double> dev(180, 0.0);
   double record[kSphereRecordSize] = {0, 0, 0, 0, 0};
-  ASSERT_EQ(FitSphereEx(record, 60, xyz.data(), dev.data()), kExNumericFailure);
+  ASSERT_EQ(FitSphereEx(record, 60, xyz.data(), dev.data()), ExtendedStatus::kNumericFailure);
   for (int k = 0; k < 4; ++k) EXPECT_EQ(record[k], (*ball)[k]) << k;
 
   CFitInput in = InputOf(pts);
@@ -292,7 +294,7 @@ TEST(KFitSphereEx, AllocationFailuresGiveFixedStatusesAndLeakNothing) {
     std::vector<double> dev(90, 0.0);
     double record[kSphereRecordSize] = {0, 0, 0, 0, 0};
     FailAllocationAfter(k);
-    statuses.push_back(FitSphereEx(record, 30, xyz.data(), dev.data()));
+    statuses.push_back(static_cast<std::int32_t>(FitSphereEx(record, 30, xyz.data(), dev.data())));
   });
   // First copy, parameter vector, the enclosing ball's Gram matrix and right-hand side, second
   // copy, the minimiser's five work objects. A failed normal-equation block then gives a zero

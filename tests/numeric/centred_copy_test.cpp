@@ -20,7 +20,7 @@ TEST(CentredCopy, FlagSetStoresTheCentroidAndCentresTheCopy) {
   const double xyz[9] = {1, 2, 3, 4, 6, 8, 7, 10, 1};
   double record[5] = {9, 9, 9, 9, 9};
   UniquePointSet out;
-  ASSERT_EQ(CentredCopy(3, xyz, record, true, out), kStatusOk);
+  ASSERT_EQ(CentredCopy(3, xyz, record, true, out), NumericStatus::kOk);
   ASSERT_TRUE(out);
   EXPECT_EQ(out->count, 3);
   EXPECT_EQ(record[0], 4.0);
@@ -37,13 +37,13 @@ TEST(CentredCopy, FlagClearShiftsByTheRecordCentre) {
   const double xyz[6] = {1, 2, 3, -1, -2, -3};
   double record[3] = {0.5, 0.0, -1.0};
   UniquePointSet out;
-  ASSERT_EQ(CentredCopy(2, xyz, record, false, out), kStatusOk);
+  ASSERT_EQ(CentredCopy(2, xyz, record, false, out), NumericStatus::kOk);
   EXPECT_EQ(record[0], 0.5);
   EXPECT_EQ(out->Point(0)[0], 0.5);
   EXPECT_EQ(out->Point(1)[2], -2.0);
   // A zero centre gives an exact copy.
   double zero[3] = {0, 0, 0};
-  ASSERT_EQ(CentredCopy(2, xyz, zero, false, out), kStatusOk);
+  ASSERT_EQ(CentredCopy(2, xyz, zero, false, out), NumericStatus::kOk);
   for (int k = 0; k < 6; ++k) EXPECT_EQ(out->xyz[k], xyz[k]);
 }
 
@@ -60,7 +60,7 @@ TEST(CentredCopy, CentroidIsCompensated) {
     for (int k = 0; k < 3; ++k) ref[k] += xyz[3 * i + k];
   double record[3];
   UniquePointSet out;
-  ASSERT_EQ(CentredCopy(n, xyz.data(), record, true, out), kStatusOk);
+  ASSERT_EQ(CentredCopy(n, xyz.data(), record, true, out), NumericStatus::kOk);
   for (int k = 0; k < 3; ++k) {
     const double want = static_cast<double>(ref[k] / n);
     EXPECT_NEAR(record[k], want, 2.3e-13) << k;  // two ulps of 500
@@ -75,8 +75,8 @@ TEST(CentredCopy, KPt3OverloadGivesTheSameCopy) {
   double r2[3];
   UniquePointSet a;
   UniquePointSet b;
-  ASSERT_EQ(CentredCopy(3, pts.data(), r1, true, a), kStatusOk);
-  ASSERT_EQ(CentredCopy(3, xyz, r2, true, b), kStatusOk);
+  ASSERT_EQ(CentredCopy(3, pts.data(), r1, true, a), NumericStatus::kOk);
+  ASSERT_EQ(CentredCopy(3, xyz, r2, true, b), NumericStatus::kOk);
   for (int k = 0; k < 3; ++k) EXPECT_EQ(r1[k], r2[k]);
   for (int k = 0; k < 9; ++k) EXPECT_EQ(a->xyz[k], b->xyz[k]);
 }
@@ -85,15 +85,17 @@ TEST(CentredCopy, NoPointsNegativeCountAndAllocationFailure) {
   NoLeakScope scope;
   double record[3] = {1, 2, 3};
   UniquePointSet out;
-  ASSERT_EQ(CentredCopy(0, static_cast<const double*>(nullptr), record, true, out), kStatusOk);
+  ASSERT_EQ(CentredCopy(0, static_cast<const double*>(nullptr), record, true, out),
+            NumericStatus::kOk);
   ASSERT_TRUE(out);
   EXPECT_EQ(out->count, 0);
   EXPECT_EQ(record[0], 1.0);  // no centroid of nothing
-  EXPECT_EQ(CentredCopy(-1, static_cast<const double*>(nullptr), record, true, out), 1);
+  EXPECT_EQ(
+      static_cast<int>(CentredCopy(-1, static_cast<const double*>(nullptr), record, true, out)), 1);
   EXPECT_FALSE(out);
   const double xyz[3] = {1, 1, 1};
   FailAllocationAfter(0);
-  EXPECT_EQ(CentredCopy(1, xyz, record, true, out), 1);
+  EXPECT_EQ(static_cast<int>(CentredCopy(1, xyz, record, true, out)), 1);
   FailAllocationAfter(-1);
   EXPECT_FALSE(out);
   EXPECT_EQ(record[0], 1.0);

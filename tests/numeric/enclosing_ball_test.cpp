@@ -113,7 +113,7 @@ Ball BruteForce(const Pts& p, int dim) {
 }
 
 struct Walked {
-  std::int32_t status = -1;
+  NumericStatus status = static_cast<NumericStatus>(-1);  // not run
   Ball ball;
   double accuracy = 0.0;
 };
@@ -134,7 +134,7 @@ Walked Walk(const Pts& p, bool planar = false, std::int32_t maxIter = 100, doubl
 void ExpectSameBall(const Pts& p, int dim, const Walked& got, const char* what) {
   const Ball want = BruteForce(p, dim);
   ASSERT_GE(want.r, 0.0) << what;
-  ASSERT_EQ(got.status, kStatusOk) << what;
+  ASSERT_EQ(got.status, NumericStatus::kOk) << what;
   const double scale = std::max(want.r, 1e-300);
   EXPECT_NEAR(got.ball.r, want.r, 1e-10 * scale) << what;
   for (int t = 0; t < dim; ++t) EXPECT_NEAR(got.ball.c[t], want.c[t], 1e-6 * scale) << what;
@@ -192,7 +192,7 @@ TEST(SmallestEnclosingBall, ObtuseSupportTriangleIsReducedToItsLongEdge) {
   const Pts p = {6, -4, 0, -8, -7, 0, 8, 3, 0, -8, -2, 0};
   for (bool planar : {false, true}) {
     const Walked w = Walk(p, planar);
-    ASSERT_EQ(w.status, kStatusOk);
+    ASSERT_EQ(w.status, NumericStatus::kOk);
     EXPECT_NEAR(w.ball.r, std::sqrt(89.0), 1e-14);
     EXPECT_NEAR(w.ball.c[0], 0.0, 1e-14);
     EXPECT_NEAR(w.ball.c[1], -2.0, 1e-14);
@@ -210,7 +210,7 @@ TEST(SmallestEnclosingBall, CosphericalPoints) {
     cube.push_back(0.5 + ((i & 4) ? 2.0 : -2.0));
   }
   Walked w = Walk(cube);
-  ASSERT_EQ(w.status, kStatusOk);
+  ASSERT_EQ(w.status, NumericStatus::kOk);
   EXPECT_NEAR(w.ball.r, 2.0 * std::sqrt(3.0), 1e-14);
   EXPECT_NEAR(w.ball.c[0], 1.0, 1e-14);
   EXPECT_NEAR(w.ball.c[1], -3.0, 1e-14);
@@ -218,7 +218,7 @@ TEST(SmallestEnclosingBall, CosphericalPoints) {
   // Octahedron vertices.
   const Pts oct = {1, 0, 0, -1, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 1, 0, 0, -1};
   w = Walk(oct);
-  ASSERT_EQ(w.status, kStatusOk);
+  ASSERT_EQ(w.status, NumericStatus::kOk);
   EXPECT_NEAR(w.ball.r, 1.0, 1e-15);
   for (int t = 0; t < 3; ++t) EXPECT_NEAR(w.ball.c[t], 0.0, 1e-15);
   // Random points on a whole sphere: the ball is (nearly) the sphere itself.
@@ -264,7 +264,7 @@ TEST(SmallestEnclosingBall, PlanarModeIgnoresZ) {
   NoLeakScope scope;
   Pts p = {0, 0, 5, 4, 0, -3, 2, 1, 9};
   const Walked w = Walk(p, true);
-  ASSERT_EQ(w.status, kStatusOk);
+  ASSERT_EQ(w.status, NumericStatus::kOk);
   EXPECT_NEAR(w.ball.r, 2.0, 1e-15);
   EXPECT_NEAR(w.ball.c[0], 2.0, 1e-15);
   EXPECT_NEAR(w.ball.c[1], 0.0, 1e-15);
@@ -289,7 +289,7 @@ TEST(SmallestEnclosingBall, CollinearPoints) {
       for (int k = 0; k < 3; ++k) p[i * 3 + k] = base[k] + t * u[k];
     }
     const Walked w = Walk(p);
-    ASSERT_EQ(w.status, kStatusOk);
+    ASSERT_EQ(w.status, NumericStatus::kOk);
     EXPECT_NEAR(w.ball.r, 0.5 * (hi - lo), 1e-13);
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(w.ball.c[k], base[k] + 0.5 * (lo + hi) * u[k], 1e-12);
   }
@@ -299,7 +299,7 @@ TEST(SmallestEnclosingBall, DuplicatePoints) {
   NoLeakScope scope;
   const Pts same = {1.5, -2.0, 3.0, 1.5, -2.0, 3.0, 1.5, -2.0, 3.0, 1.5, -2.0, 3.0};
   Walked w = Walk(same);
-  ASSERT_EQ(w.status, kStatusOk);
+  ASSERT_EQ(w.status, NumericStatus::kOk);
   EXPECT_EQ(w.ball.r, 0.0);
   EXPECT_EQ(w.ball.c[0], 1.5);
   EXPECT_EQ(w.ball.c[1], -2.0);
@@ -322,14 +322,14 @@ TEST(SmallestEnclosingBall, DuplicatePoints) {
 TEST(SmallestEnclosingBall, NoPointsOnePointTwoPoints) {
   NoLeakScope scope;
   Walked w = Walk({});
-  EXPECT_EQ(w.status, kStatusBadArguments);
+  EXPECT_EQ(w.status, NumericStatus::kBadArguments);
   EXPECT_EQ(w.accuracy, kMachineEpsilon);
   w = Walk({4.0, 5.0, 6.0});
-  ASSERT_EQ(w.status, kStatusOk);
+  ASSERT_EQ(w.status, NumericStatus::kOk);
   EXPECT_EQ(w.ball.r, 0.0);
   EXPECT_EQ(w.ball.c[1], 5.0);
   w = Walk({0.0, 0.0, 0.0, 2.0, -4.0, 4.0});
-  ASSERT_EQ(w.status, kStatusOk);
+  ASSERT_EQ(w.status, NumericStatus::kOk);
   EXPECT_EQ(w.ball.r, 3.0);
   EXPECT_EQ(w.ball.c[0], 1.0);
   EXPECT_EQ(w.ball.c[1], -2.0);
@@ -337,7 +337,7 @@ TEST(SmallestEnclosingBall, NoPointsOnePointTwoPoints) {
   UniquePointSet one(CreatePointSet(1));
   UniqueVector shortX(CreateVector(3));
   EXPECT_EQ(SmallestEnclosingBall(one.get(), shortX.get(), 100, 1e-9, false, nullptr),
-            kStatusBadArguments);
+            NumericStatus::kBadArguments);
 }
 
 TEST(SmallestEnclosingBall, IterationLimitStillWritesAnEnclosingBall) {
@@ -345,9 +345,9 @@ TEST(SmallestEnclosingBall, IterationLimitStillWritesAnEnclosingBall) {
   Rng rng(306);
   const Pts p = RandomSet(rng, 30, 0);
   const Walked full = Walk(p, false, 0);  // no limit
-  ASSERT_EQ(full.status, kStatusOk);
+  ASSERT_EQ(full.status, NumericStatus::kOk);
   const Walked cut = Walk(p, false, 1);
-  EXPECT_EQ(cut.status, kStatusLimit);
+  EXPECT_EQ(cut.status, NumericStatus::kIterationLimit);
   EXPECT_GT(cut.ball.r, full.ball.r);  // one pivot is not enough here
   for (int i = 0; i < 30; ++i) EXPECT_LE(Distance(p, i, cut.ball.c, 3), cut.ball.r * (1 + 1e-12));
 }
@@ -358,7 +358,7 @@ TEST(SmallestEnclosingBall, ManyPointsWithinTheFitsIterationLimit) {
   for (int kind = 0; kind < 4; ++kind) {
     Pts p = RandomSet(rng, 20000, kind);
     const Walked w = Walk(p, false, 100);
-    EXPECT_EQ(w.status, kStatusOk) << kind;
+    EXPECT_EQ(w.status, NumericStatus::kOk) << kind;
     double far = 0.0;
     for (int i = 0; i < 20000; ++i) far = std::max(far, Distance(p, i, w.ball.c, 3));
     EXPECT_LE(far, w.ball.r * (1.0 + 1e-12)) << kind;
@@ -374,9 +374,11 @@ TEST(SmallestEnclosingBall, AllocationFailuresReturnThreeAndLeakNothing) {
     std::copy(p.begin(), p.end(), pts->xyz);
     UniqueVector x(CreateVector(4));
     FailAllocationAfter(k);
-    const std::int32_t status =
+    const NumericStatus status =
         SmallestEnclosingBall(pts.get(), x.get(), 100, 1e-9, false, nullptr);
-    EXPECT_EQ(status, AllocationFailurePending() ? kStatusOk : kStatusNoMemory) << k;
+    EXPECT_EQ(status,
+              AllocationFailurePending() ? NumericStatus::kOk : NumericStatus::kAllocationFailure)
+        << k;
   });
   EXPECT_EQ(runs, 2);  // the Gram matrix and its right-hand side
 }

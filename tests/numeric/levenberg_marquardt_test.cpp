@@ -183,9 +183,9 @@ TEST(MinimiseLM, LambdaThatUnderflowsToZeroIsResetToTheSmallestNormal) {
   (*x)[0] = 1.0;
   double f = 0.0;
   double acc = 0.0;
-  const std::int32_t status =
+  const NumericStatus status =
       MinimiseLM(&s, WeakObjective, WeakGradient, 5000, 1e-8, &f, x.get(), &acc);
-  EXPECT_EQ(status, kStatusOk);
+  EXPECT_EQ(status, NumericStatus::kOk);
   EXPECT_EQ(s.gradientCalls, 901);
   EXPECT_GT(s.rejected, 300);
   EXPECT_LT(s.rejected, 400);
@@ -204,7 +204,8 @@ TEST(MinimiseLM, ExactTieTestsConvergence) {
   UniqueVector x(CreateVector(1));
   (*x)[0] = s.x0;
   double f = 0.0;
-  EXPECT_EQ(MinimiseLM(&s, TieObjective, TieGradient, 50, 1e-2, &f, x.get(), nullptr), kStatusOk);
+  EXPECT_EQ(MinimiseLM(&s, TieObjective, TieGradient, 50, 1e-2, &f, x.get(), nullptr),
+            NumericStatus::kOk);
   EXPECT_EQ(s.objectiveCalls, 2);
   const double lambda = kInitialDamping * kDampingShrink;
   EXPECT_NEAR((*x)[0], s.x0 - 1e-3 / (1.0 + 2.0 * lambda), 1e-18);
@@ -221,7 +222,7 @@ TEST(MinimiseLMObjective, TrialWithin1e8AboveTestsConvergence) {
   (*x)[0] = s.x0;
   double f = 0.0;
   EXPECT_EQ(MinimiseLMObjective(&s, TieObjective, TieGradient, 50, 1e-2, &f, x.get(), nullptr),
-            kStatusOk);
+            NumericStatus::kOk);
   EXPECT_EQ(s.objectiveCalls, 2);
   EXPECT_EQ(f, 1.0 + 5e-9);  // the value at the returned (trial) point
 
@@ -230,7 +231,7 @@ TEST(MinimiseLMObjective, TrialWithin1e8AboveTestsConvergence) {
   t.objectiveCalls = 0;
   (*x)[0] = t.x0;
   EXPECT_EQ(MinimiseLM(&t, TieObjective, TieGradient, 10, 1e-2, &f, x.get(), nullptr),
-            kStatusLimit);
+            NumericStatus::kIterationLimit);
   EXPECT_EQ((*x)[0], t.x0);
   EXPECT_EQ(f, 1.0);
 }
@@ -244,7 +245,7 @@ TEST(MinimiseLMObjective, TrialMoreThan1e8AboveIsNotTested) {
   UniqueVector x(CreateVector(1));
   (*x)[0] = s.x0;
   EXPECT_EQ(MinimiseLMObjective(&s, TieObjective, TieGradient, 2, 1e-2, nullptr, x.get(), nullptr),
-            kStatusLimit);
+            NumericStatus::kIterationLimit);
   EXPECT_EQ((*x)[0], s.x0);  // the limit restores the last accepted point
 }
 
@@ -255,14 +256,14 @@ TEST(MinimiseLM, MaxIterZeroRunsUntilTheStepTestPasses) {
   UniqueVector x(CreateVector(1));
   (*x)[0] = 1.0;
   EXPECT_EQ(MinimiseLM(&s, WeakObjective, WeakGradient, 0, 1e-8, nullptr, x.get(), nullptr),
-            kStatusOk);
+            NumericStatus::kOk);
   EXPECT_GT(s.objectiveCalls, 1300);
   EXPECT_LT(std::fabs((*x)[0]), 1e-6 / 0.99);  // last step 0.01 |x| < 1e-8
 
   Script t;
   (*x)[0] = 1.0;
   EXPECT_EQ(MinimiseLM(&t, WeakObjective, WeakGradient, 200, 1e-8, nullptr, x.get(), nullptr),
-            kStatusLimit);
+            NumericStatus::kIterationLimit);
   EXPECT_EQ(t.objectiveCalls, 200);  // the start plus 199 trials
 }
 
@@ -280,12 +281,12 @@ TEST(MinimiseLM, RecoversSphereFromExactPoints) {
     (*x)[3] = 2.0;
     double f = -1.0;
     double acc = -1.0;
-    const std::int32_t status =
+    const NumericStatus status =
         variant == 0
             ? MinimiseLM(pts.get(), SphereObjective, SphereGradient, 100, 1e-12, &f, x.get(), &acc)
             : MinimiseLMObjective(pts.get(), SphereObjective, SphereGradient, 100, 1e-12, &f,
                                   x.get(), &acc);
-    EXPECT_EQ(status, kStatusOk) << variant;
+    EXPECT_EQ(status, NumericStatus::kOk) << variant;
     for (int k = 0; k < 3; ++k) EXPECT_NEAR((*x)[k], c[k], 1e-12) << variant;
     EXPECT_NEAR((*x)[3], r, 1e-12) << variant;
     EXPECT_LT(f, 1e-24) << variant;
@@ -305,7 +306,7 @@ TEST(MinimiseLM, RosenbrockValleyFromTheClassicStart) {
   double f = -1.0;
   EXPECT_EQ(
       MinimiseLM(&two, RosenbrockObjective, RosenbrockGradient, 500, 1e-12, &f, x.get(), nullptr),
-      kStatusOk);
+      NumericStatus::kOk);
   EXPECT_NEAR((*x)[0], 1.0, 1e-10);
   EXPECT_NEAR((*x)[1], 1.0, 1e-10);
   EXPECT_LT(f, 1e-20);
@@ -321,7 +322,7 @@ TEST(MinimiseLM, IterationLimitReturnsOneWithAnAcceptedPoint) {
   double f = -1.0;
   EXPECT_EQ(
       MinimiseLM(&two, RosenbrockObjective, RosenbrockGradient, 5, 1e-12, &f, x.get(), nullptr),
-      kStatusLimit);
+      NumericStatus::kIterationLimit);
   EXPECT_EQ(f, RosenbrockObjective(&two, *x));
   EXPECT_LT(f, f0);
   // maxIter = 1 stops before the first gradient: x and the value are the start.
@@ -329,7 +330,7 @@ TEST(MinimiseLM, IterationLimitReturnsOneWithAnAcceptedPoint) {
   (*x)[1] = 1.0;
   EXPECT_EQ(
       MinimiseLM(&two, RosenbrockObjective, RosenbrockGradient, 1, 1e-12, &f, x.get(), nullptr),
-      kStatusLimit);
+      NumericStatus::kIterationLimit);
   EXPECT_EQ((*x)[0], -1.2);
   EXPECT_EQ(f, f0);
 }
@@ -351,10 +352,10 @@ TEST(MinimiseLM, UndeterminedParameterRaisesTheAccuracyFigure) {
   double acc5 = 0.0;
   EXPECT_EQ(
       MinimiseLM(pts.get(), SphereObjective, SphereGradient, 100, 1e-9, nullptr, x4.get(), &acc4),
-      kStatusOk);
+      NumericStatus::kOk);
   EXPECT_EQ(
       MinimiseLM(pts.get(), SphereObjective, SphereGradient, 100, 1e-9, nullptr, x5.get(), &acc5),
-      kStatusOk);
+      NumericStatus::kOk);
   EXPECT_NEAR(acc4, std::sqrt((4 * 1e-18 + 1e-18) / 3.0), 1e-12);  // e = tol
   // e = eps / rcond now exceeds tol: rcond is of the order of the final damping over |A|.
   EXPECT_GT(acc5, 10.0 * acc4);
@@ -365,12 +366,12 @@ TEST(MinimiseLM, BadArgumentsReturnTwo) {
   UniqueVector x(CreateVector(1));
   Script s;
   EXPECT_EQ(MinimiseLM(&s, nullptr, WeakGradient, 10, 1e-9, nullptr, x.get(), nullptr),
-            kStatusBadArguments);
+            NumericStatus::kBadArguments);
   EXPECT_EQ(MinimiseLM(&s, WeakObjective, nullptr, 10, 1e-9, nullptr, x.get(), nullptr),
-            kStatusBadArguments);
+            NumericStatus::kBadArguments);
   EXPECT_EQ(
       MinimiseLMObjective(&s, WeakObjective, WeakGradient, 10, 1e-9, nullptr, nullptr, nullptr),
-      kStatusBadArguments);
+      NumericStatus::kBadArguments);
 }
 
 TEST(MinimiseLM, AllocationFailuresReturnThreeAndLeakNothing) {
@@ -386,17 +387,17 @@ TEST(MinimiseLM, AllocationFailuresReturnThreeAndLeakNothing) {
     for (int i = 0; i < 4; ++i) (*x)[i] = start[i];
     FailAllocationAfter(k);
     double f = 0.0;
-    const std::int32_t status =
+    const NumericStatus status =
         MinimiseLM(pts.get(), SphereObjective, SphereGradient, 100, 1e-9, &f, x.get(), nullptr);
     if (k < 5) {
       // One of the five work objects: nothing happened to x.
-      EXPECT_EQ(status, kStatusNoMemory) << k;
+      EXPECT_EQ(status, NumericStatus::kAllocationFailure) << k;
       for (int i = 0; i < 4; ++i) EXPECT_EQ((*x)[i], start[i]) << k;
       EXPECT_EQ(f, SphereObjective(pts.get(), *x));
       ++threes;
     } else {
       // A failed normal-equation block gives a zero gradient and matrix: a zero step that ties.
-      EXPECT_EQ(status, kStatusOk) << k;
+      EXPECT_EQ(status, NumericStatus::kOk) << k;
     }
   });
   EXPECT_EQ(threes, 5);

@@ -25,7 +25,7 @@ struct Svd {
   UniqueMatrix u;  // the decomposed matrix, now U
   UniqueVector w;
   UniqueMatrix v;
-  std::int32_t status = -1;
+  NumericStatus status = static_cast<NumericStatus>(-1);  // not run
 };
 
 Svd Decompose(const std::vector<double>& a0, int m, int n, std::int32_t maxIter = kSvdSweepLimit) {
@@ -140,7 +140,7 @@ TEST(SingularValueDecomposition, RandomTallMatricesReconstruct) {
   for (int m : {3, 4, 10, 100, 5000}) {
     const std::vector<double> a0 = RandomMatrix(rng, m, 3);
     const Svd s = Decompose(a0, m, 3);
-    ASSERT_EQ(s.status, kStatusOk) << m;
+    ASSERT_EQ(s.status, NumericStatus::kOk) << m;
     const Defects d = Measure(a0, m, 3, s);
     EXPECT_LT(d.reconstruction, 1e-12) << m;
     EXPECT_LT(d.orthoV, 1e-14) << m;
@@ -156,7 +156,7 @@ TEST(SingularValueDecomposition, OtherShapesReconstruct) {
   for (const auto& sh : shapes) {
     const std::vector<double> a0 = RandomMatrix(rng, sh[0], sh[1]);
     const Svd s = Decompose(a0, sh[0], sh[1]);
-    ASSERT_EQ(s.status, kStatusOk);
+    ASSERT_EQ(s.status, NumericStatus::kOk);
     const Defects d = Measure(a0, sh[0], sh[1], s);
     EXPECT_LT(d.reconstruction, 1e-12) << sh[0] << "x" << sh[1];
     EXPECT_LT(d.orthoV, 1e-14);
@@ -172,7 +172,7 @@ TEST(SingularValueDecomposition, SingularValuesAreRootsOfGramEigenvalues) {
     std::vector<double> a0 = RandomMatrix(rng, m, 3);
     for (int i = 0; i < m; ++i) a0[i * 3 + 2] *= 0.3;  // distinct, well separated values
     const Svd s = Decompose(a0, m, 3);
-    ASSERT_EQ(s.status, kStatusOk);
+    ASSERT_EQ(s.status, NumericStatus::kOk);
     const std::vector<double> got = Sorted(*s.w);
     const std::vector<double> want = SingularValuesByGram(a0, m);
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(got[k], want[k], 1e-12 * want[2]) << trial << " " << k;
@@ -193,7 +193,7 @@ TEST(SingularValueDecomposition, IllConditionedAndRankDeficientMatrices) {
       a0[i * 3 + 2] = p - q + tiny * Uniform(rng, -1.0, 1.0);  // nearly dependent column
     }
     const Svd s = Decompose(a0, m, 3);
-    ASSERT_EQ(s.status, kStatusOk) << tiny;
+    ASSERT_EQ(s.status, NumericStatus::kOk) << tiny;
     const Defects d = Measure(a0, m, 3, s);
     EXPECT_LT(d.reconstruction, 1e-12) << tiny;
     EXPECT_LT(d.orthoV, 1e-14) << tiny;
@@ -214,7 +214,7 @@ TEST(SingularValueDecomposition, ZeroMatrixHasZeroSingularValues) {
   NoLeakScope scope;
   const std::vector<double> a0(12, 0.0);
   const Svd s = Decompose(a0, 4, 3);
-  ASSERT_EQ(s.status, kStatusOk);
+  ASSERT_EQ(s.status, NumericStatus::kOk);
   for (int k = 0; k < 3; ++k) EXPECT_EQ((*s.w)[k], 0.0);
   EXPECT_LT(Measure(a0, 4, 3, s).orthoV, 1e-15);
 }
@@ -223,8 +223,8 @@ TEST(SingularValueDecomposition, SweepLimitReturnsOne) {
   NoLeakScope scope;
   Rng rng(105);
   const std::vector<double> a0 = RandomMatrix(rng, 10, 3);
-  EXPECT_EQ(Decompose(a0, 10, 3, 1).status, kStatusLimit);
-  EXPECT_EQ(Decompose(a0, 10, 3, 200).status, kStatusOk);
+  EXPECT_EQ(Decompose(a0, 10, 3, 1).status, NumericStatus::kIterationLimit);
+  EXPECT_EQ(Decompose(a0, 10, 3, 200).status, NumericStatus::kOk);
 }
 
 TEST(SingularValueDecomposition, BadArgumentsReturnTwo) {
@@ -236,14 +236,20 @@ TEST(SingularValueDecomposition, BadArgumentsReturnTwo) {
   UniqueMatrix v2(CreateMatrix(2, 2, kGeneral));
   UniqueVector w(CreateVector(3));
   UniqueVector w2(CreateVector(2));
-  EXPECT_EQ(SingularValueDecomposition(a.get(), w.get(), v.get(), 200), kStatusBadArguments);
-  EXPECT_EQ(SingularValueDecomposition(nullptr, w.get(), v.get(), 200), kStatusBadArguments);
-  EXPECT_EQ(SingularValueDecomposition(packed.get(), w.get(), v.get(), 200), kStatusBadArguments);
+  EXPECT_EQ(SingularValueDecomposition(a.get(), w.get(), v.get(), 200),
+            NumericStatus::kBadArguments);
+  EXPECT_EQ(SingularValueDecomposition(nullptr, w.get(), v.get(), 200),
+            NumericStatus::kBadArguments);
+  EXPECT_EQ(SingularValueDecomposition(packed.get(), w.get(), v.get(), 200),
+            NumericStatus::kBadArguments);
   EXPECT_EQ(SingularValueDecomposition(tall.get(), w.get(), packed.get(), 200),
-            kStatusBadArguments);
-  EXPECT_EQ(SingularValueDecomposition(tall.get(), w.get(), v2.get(), 200), kStatusBadArguments);
-  EXPECT_EQ(SingularValueDecomposition(tall.get(), w2.get(), v.get(), 200), kStatusBadArguments);
-  EXPECT_EQ(SingularValueDecomposition(tall.get(), w.get(), v.get(), 0), kStatusBadArguments);
+            NumericStatus::kBadArguments);
+  EXPECT_EQ(SingularValueDecomposition(tall.get(), w.get(), v2.get(), 200),
+            NumericStatus::kBadArguments);
+  EXPECT_EQ(SingularValueDecomposition(tall.get(), w2.get(), v.get(), 200),
+            NumericStatus::kBadArguments);
+  EXPECT_EQ(SingularValueDecomposition(tall.get(), w.get(), v.get(), 0),
+            NumericStatus::kBadArguments);
 }
 
 TEST(SingularValueDecomposition, WorkVectorFailureReturnsThree) {
@@ -252,7 +258,8 @@ TEST(SingularValueDecomposition, WorkVectorFailureReturnsThree) {
   UniqueMatrix v(CreateMatrix(3, 3, kGeneral));
   UniqueVector w(CreateVector(3));
   FailAllocationAfter(0);
-  EXPECT_EQ(SingularValueDecomposition(a.get(), w.get(), v.get(), 200), kStatusNoMemory);
+  EXPECT_EQ(SingularValueDecomposition(a.get(), w.get(), v.get(), 200),
+            NumericStatus::kAllocationFailure);
   FailAllocationAfter(-1);
 }
 
@@ -319,13 +326,15 @@ TEST(PlaneNormalSVD, FewerThanThreePointsReturnsTwo) {
   UniquePointSet two(CreatePointSet(2));
   two->Point(1)[0] = 1.0;
   UniqueVector x(CreateVector(6));
-  EXPECT_EQ(PlaneNormalSVD(two.get(), x.get(), kSvdSweepLimit, nullptr), kStatusBadArguments);
+  EXPECT_EQ(PlaneNormalSVD(two.get(), x.get(), kSvdSweepLimit, nullptr),
+            NumericStatus::kBadArguments);
   UniquePointSet none(CreatePointSet(0));
-  EXPECT_EQ(PlaneNormalSVD(none.get(), x.get(), kSvdSweepLimit, nullptr), kStatusBadArguments);
+  EXPECT_EQ(PlaneNormalSVD(none.get(), x.get(), kSvdSweepLimit, nullptr),
+            NumericStatus::kBadArguments);
   UniqueVector shortX(CreateVector(5));
   UniquePointSet three(CreatePointSet(3));
   EXPECT_EQ(PlaneNormalSVD(three.get(), shortX.get(), kSvdSweepLimit, nullptr),
-            kStatusBadArguments);
+            NumericStatus::kBadArguments);
 }
 
 TEST(PlaneNormalSVD, ExactAndNoisyTiltedPlanes) {
@@ -340,7 +349,7 @@ TEST(PlaneNormalSVD, ExactAndNoisyTiltedPlanes) {
       FillVector(x.get(), 7.0);
       for (int k = 0; k < 3; ++k) (*x)[3 + k] = nrm[k];  // previous normal: the true one
       double acc = -1.0;
-      ASSERT_EQ(PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, &acc), kStatusOk);
+      ASSERT_EQ(PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, &acc), NumericStatus::kOk);
       for (int k = 0; k < 3; ++k) EXPECT_EQ((*x)[k], 0.0);
       const double dot = (*x)[3] * nrm[0] + (*x)[4] * nrm[1] + (*x)[5] * nrm[2];
       // Noise of 1e-3 over a 40 x 20 patch tilts the normal by about 1e-3 / 10 / sqrt(500).
@@ -361,7 +370,7 @@ TEST(PlaneNormalSVD, SignFollowsThePreviousNormal) {
     UniquePointSet pts = PlanePoints(rng, 50, nrm, 1e-4);
     UniqueVector x(CreateVector(6));
     for (int k = 0; k < 3; ++k) (*x)[3 + k] = s * nrm[k] + 0.3 * (k == 1);
-    ASSERT_EQ(PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, nullptr), kStatusOk);
+    ASSERT_EQ(PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, nullptr), NumericStatus::kOk);
     const double dot = (*x)[3] * nrm[0] + (*x)[4] * nrm[1] + (*x)[5] * nrm[2];
     EXPECT_NEAR(dot, s, 1e-6);
   }
@@ -369,7 +378,7 @@ TEST(PlaneNormalSVD, SignFollowsThePreviousNormal) {
   UniquePointSet pts = PlanePoints(rng, 50, nrm, 0.0);
   std::vector<double> copy(pts->xyz, pts->xyz + 150);
   UniqueVector x(CreateVector(6));
-  ASSERT_EQ(PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, nullptr), kStatusOk);
+  ASSERT_EQ(PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, nullptr), NumericStatus::kOk);
   const Svd s = Decompose(copy, 50, 3);
   int imin = 0;
   int imid = 0;
@@ -391,7 +400,7 @@ TEST(PlaneNormalSVD, AccuracyFigureFollowsTheSingularValues) {
   std::copy(a0.begin(), a0.end(), pts->xyz);
   UniqueVector x(CreateVector(6));
   double acc = 0.0;
-  ASSERT_EQ(PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, &acc), kStatusOk);
+  ASSERT_EQ(PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, &acc), NumericStatus::kOk);
   const std::vector<double> w = SingularValuesByGram(a0, n);
   const double a = w[0] * w[0];
   const double b = w[1] * w[1];
@@ -403,7 +412,7 @@ TEST(PlaneNormalSVD, AccuracyFigureFollowsTheSingularValues) {
   EXPECT_NEAR(col, 1.0, 1e-13);
 
   std::copy(a0.begin(), a0.end(), pts->xyz);
-  ASSERT_EQ(PrincipalDirectionSVD(pts.get(), x.get(), kSvdSweepLimit, &acc), kStatusOk);
+  ASSERT_EQ(PrincipalDirectionSVD(pts.get(), x.get(), kSvdSweepLimit, &acc), NumericStatus::kOk);
   const double c = w[2] * w[2];
   const double wantLine =
       c * c * std::ldexp(1.0, -50) / (std::fabs(b * b - c * c) * std::sqrt(3.0));
@@ -423,7 +432,8 @@ TEST(PrincipalDirectionSVD, LineDirectionAndSign) {
     }
     UniqueVector x(CreateVector(6));
     for (int k = 0; k < 3; ++k) (*x)[3 + k] = -dir[k];  // previous direction points the other way
-    ASSERT_EQ(PrincipalDirectionSVD(pts.get(), x.get(), kSvdSweepLimit, nullptr), kStatusOk);
+    ASSERT_EQ(PrincipalDirectionSVD(pts.get(), x.get(), kSvdSweepLimit, nullptr),
+              NumericStatus::kOk);
     const double dot = (*x)[3] * dir[0] + (*x)[4] * dir[1] + (*x)[5] * dir[2];
     EXPECT_NEAR(dot, -1.0, 1e-9) << trial;
     EXPECT_NEAR(std::sqrt((*x)[3] * (*x)[3] + (*x)[4] * (*x)[4] + (*x)[5] * (*x)[5]), 1.0, 1e-15);
@@ -438,8 +448,10 @@ TEST(PlaneNormalSVD, AllocationFailuresReturnThreeAndLeakNothing) {
     UniquePointSet pts = PlanePoints(rng, 20, nrm, 0.0);
     UniqueVector x(CreateVector(6));
     FailAllocationAfter(k);
-    const std::int32_t status = PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, nullptr);
-    EXPECT_EQ(status, AllocationFailurePending() ? kStatusOk : kStatusNoMemory) << k;
+    const NumericStatus status = PlaneNormalSVD(pts.get(), x.get(), kSvdSweepLimit, nullptr);
+    EXPECT_EQ(status,
+              AllocationFailurePending() ? NumericStatus::kOk : NumericStatus::kAllocationFailure)
+        << k;
   });
   EXPECT_EQ(runs, 4);  // V, w, the matrix header, the decomposition's work vector
 }
