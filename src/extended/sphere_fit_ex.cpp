@@ -57,16 +57,7 @@ void SphereResidualRows(const PointSet& points, std::int32_t first, std::int32_t
       points, first, count,
       [&](std::int32_t k, const DoublePair(&p)[3]) {
         const DoublePair d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
-        const DoublePair len = Hypot3(d[0], d[1], d[2]);
-        for (int j = 0; j < 3; ++j) {
-          const DoublePair q = -d[j] / len;
-          StoreRowPair(rows, kParams, k, j,
-                       MakePair(len[0] == 0.0 ? 0.0 : q[0], len[1] == 0.0 ? 0.0 : q[1]));
-        }
-        StoreRowPair(rows, kParams, k, 3, Splat(-1.0));
-        const DoublePair r = len - x[3];
-        residuals[k] = r[0];
-        residuals[k + 1] = r[1];
+        StoreCentreDistancePair(rows, residuals, k, d, 3, Hypot3(d[0], d[1], d[2]), x[3]);
       },
       [&](std::int32_t k) {
         NVector view = VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);

@@ -64,11 +64,32 @@ inline void ForPointPairs(const PointSet& points, std::int32_t first, std::int32
   if (k < count) one(k);
 }
 
+// The rows and residuals of a distance from a centre, len - radius, for points k and k + 1:
+// -d_j / len for the first `dims` unknowns (0 where len is 0: a point at the centre has no
+// direction), then -1 for the radius.
+inline void StoreCentreDistancePair(double* rows, double* residuals, std::int32_t k,
+                                    const DoublePair* d, std::int32_t dims, const DoublePair& len,
+                                    double radius);
+
 // Element j of the rows (p wide) of points k and k + 1 from a pair.
 inline void StoreRowPair(double* rows, std::int32_t p, std::int32_t k, std::int32_t j,
                          const DoublePair& v) {
   rows[static_cast<std::ptrdiff_t>(k) * p + j] = v[0];
   rows[static_cast<std::ptrdiff_t>(k + 1) * p + j] = v[1];
+}
+
+inline void StoreCentreDistancePair(double* rows, double* residuals, std::int32_t k,
+                                    const DoublePair* d, std::int32_t dims, const DoublePair& len,
+                                    double radius) {
+  const std::int32_t p = dims + 1;
+  for (std::int32_t j = 0; j < dims; ++j) {
+    const DoublePair q = -d[j] / len;
+    StoreRowPair(rows, p, k, j, MakePair(len[0] == 0.0 ? 0.0 : q[0], len[1] == 0.0 ? 0.0 : q[1]));
+  }
+  StoreRowPair(rows, p, k, dims, Splat(-1.0));
+  const DoublePair r = len - radius;
+  residuals[k] = r[0];
+  residuals[k + 1] = r[1];
 }
 
 // Damping at the start of a minimisation; shrunk by kDampingShrink before the first trial.
