@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "bench_data.h"
 #include "lsq/point_moments.h"
 #include "lsq/shape.h"
 #include "metrofit.h"
@@ -22,11 +23,8 @@ constexpr std::size_t kPoints = 100000;
 // Points around (100, 200, 300), none on an axis or a centre, so every model is finite.
 std::vector<P> Cloud() {
   std::vector<P> pts(kPoints);
-  std::uint64_t s = 1234567;
-  auto uniform = [&s] {
-    s = s * 6364136223846793005ULL + 1442695040888963407ULL;
-    return static_cast<double>(s >> 11) * (1.0 / 9007199254740992.0);
-  };
+  bench_data::Lcg rng(1234567);
+  auto uniform = [&rng] { return rng.Uniform(); };
   for (auto& p : pts) {
     const double t = 6.283185307179586 * uniform(), z = 40.0 * uniform() - 20.0;
     const double r = 25.0 + 0.01 * uniform();

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "bench_data.h"
 #include "extended/cylinder_model.h"
 #include "numeric/compensated.h"
 #include "numeric/enclosing_ball.h"
@@ -25,16 +26,13 @@ constexpr double kRadius = 12.5;
 // Form deviation of the synthetic points, well above rounding.
 constexpr double kNoise = 0.01;
 
-// Reproducible values in [0, 1) without a standard-library distribution.
+// Reproducible values in [0, 1): the shared generator with this file's seed.
 class Lcg {
  public:
-  double Next() {
-    state_ = state_ * 6364136223846793005ULL + 1442695040888963407ULL;
-    return static_cast<double>(state_ >> 11) * (1.0 / 9007199254740992.0);
-  }
+  double Next() { return rng_.Uniform(); }
 
  private:
-  std::uint64_t state_ = 20240607ULL;
+  bench_data::Lcg rng_{20240607ULL};
 };
 
 // Centred points near a tilted plane patch (for the SVD).
