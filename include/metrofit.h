@@ -1,8 +1,9 @@
 // metrofit: geometric fitting for coordinate metrology.
 //
-// The one public header. Everything declared here is part of the binary interface of the
-// shared library: field order and types of the records, the fit type codes, the exported fit
-// functions and matrix utilities. Internals live in namespace metrofit inside the library.
+// The binary interface of the shared library, with global names as the host application
+// expects them: field order and types of the records, the fit type codes, the exported fit
+// functions and matrix utilities. The modern interface, with
+// honest statuses and the exact least-squares solution, is <metrofit/fit.h>.
 #ifndef METROFIT_H
 #define METROFIT_H
 
@@ -11,15 +12,7 @@
 #include <string>
 #include <vector>
 
-#if defined(_WIN32) || defined(__CYGWIN__)
-#if defined(METROFIT_BUILDING)
-#define METROFIT_API __declspec(dllexport)
-#else
-#define METROFIT_API __declspec(dllimport)
-#endif
-#else
-#define METROFIT_API __attribute__((visibility("default")))
-#endif
+#include "metrofit/export.h"
 
 // ---------------------------------------------------------------------------------------------
 // Points and vectors
