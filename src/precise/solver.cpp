@@ -8,7 +8,7 @@ namespace metrofit::precise {
 namespace {
 
 // Damping of the first trial, relative to the Jacobi-scaled normal matrix.
-constexpr double kInitialDamping = 1e-3;
+constexpr double kInitialDamping = 1e-6;
 // Factor by which the damping shrinks after a good step and grows after a bad one.
 constexpr double kDampingFactor = 10.0;
 // Smallest damping kept after good steps: below it the step is Gauss-Newton's.
@@ -20,8 +20,6 @@ constexpr double kMaxDamping = 1e16;
 // A step whose every component (length, or angle times the data size) is below this fraction
 // of the data size changes nothing a double can hold about the feature.
 constexpr double kNegligibleStep = 1e-14;
-// A predicted decrease below this fraction of the sum of squares is invisible in a double sum.
-constexpr double kInvisibleDecrease = 1e-14;
 // Steps taken at that invisible level before the iterate counts as converged.
 constexpr int kMaxInvisibleSteps = 8;
 
@@ -143,10 +141,12 @@ Solution Minimise(const Problem& problem, AccumulateFn accumulate, const State& 
     const State next = Step(problem, sol.state, full);
     const double sum = accumulate(problem, next, &trial);
     const bool nearGaussNewton = lambda <= kGaussNewtonDamping;
-    const bool invisibleStep =
-        nearGaussNewton && PredictedDecrease(sol.normal, x) <= kInvisibleDecrease * sol.sum;
-    if (sum <= sol.sum || (invisibleStep && std::isfinite(sum))) {
-      invisible += sum <= sol.sum && !invisibleStep ? 0 : 1;
+    // A step whose predicted and actual changes are both below the rounding of the sums: the
+    // sum of squares cannot judge it, the linear model can.
+    const double noise = std::fmax(sol.normal.noise, trial.noise);
+    const bool invisibleStep = PredictedDecrease(sol.normal, x) <= noise && sum <= sol.sum + noise;
+    if (sum <= sol.sum || invisibleStep) {
+      invisible += invisibleStep ? 1 : 0;
       sol.state = next;
       sol.sum = sum;
       std::swap(sol.normal, trial);

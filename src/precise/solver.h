@@ -3,6 +3,7 @@
 #ifndef METROFIT_PRECISE_SOLVER_H
 #define METROFIT_PRECISE_SOLVER_H
 
+#include <cmath>
 #include <cstddef>
 
 #include "precise/local_frame.h"
@@ -16,6 +17,10 @@ enum class Recentre {
   kConePivot,  // along the axis to the foot of the centroid, r0 following the slope
   kInPlane,    // to the foot of the centroid on the plane
 };
+
+// Bound on the rounding of a squared residual, per unit of |r| (|q| + sizes): a few rounding
+// errors of a double in each residual, doubled by the square.
+constexpr double kSumRoundoff = 16.0 * 2.220446049250313e-16;
 
 struct Problem {
   const double* xyz = nullptr;
@@ -35,6 +40,8 @@ struct Normal {
   int index[kLocalCount] = {};
   double a[kLocalCount][kLocalCount] = {};
   double g[kLocalCount] = {};
+  // Rounding level of the sum of squares of the same pass: changes below it are invisible.
+  double noise = 0.0;
 };
 
 void PrepareNormal(const Problem& problem, Normal* ne);
@@ -50,6 +57,8 @@ double Accumulate(const Problem& problem, const State& s, Normal* ne) {
     for (int j = 0; j < p; ++j) ne->a[i][j] = 0.0;
   }
   double sum = 0.0;
+  double roundoff = 0.0;
+  const double sizes = std::fabs(s.size[0]) + std::fabs(s.size[1]) + std::fabs(s.offset);
   double r[kc];
   double rows[kc][kLocalCount];
   double jr[kLocalCount];
@@ -60,6 +69,7 @@ double Accumulate(const Problem& problem, const State& s, Normal* ne) {
     for (int c = 0; c < kc; ++c) {
       for (int i = 0; i < p; ++i) jr[i] = rows[c][ne->index[i]];
       sum += r[c] * r[c];
+      roundoff += std::fabs(r[c]) * (std::fabs(q[0]) + std::fabs(q[1]) + std::fabs(q[2]) + sizes);
       for (int i = 0; i < p; ++i) {
         ne->g[i] += jr[i] * r[c];
         for (int j = i; j < p; ++j) ne->a[i][j] += jr[i] * jr[j];
@@ -69,6 +79,7 @@ double Accumulate(const Problem& problem, const State& s, Normal* ne) {
   for (int i = 0; i < p; ++i) {
     for (int j = 0; j < i; ++j) ne->a[i][j] = ne->a[j][i];
   }
+  ne->noise = kSumRoundoff * roundoff;
   return sum;
 }
 
