@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 
 namespace metrofit::precise {
 namespace {
@@ -20,8 +21,11 @@ constexpr double kMaxDamping = 1e16;
 // A step whose every component (length, or angle times the data size) is below this fraction
 // of the data size changes nothing a double can hold about the feature.
 constexpr double kNegligibleStep = 1e-14;
-// Steps taken at that invisible level before the iterate counts as converged.
-constexpr int kMaxInvisibleSteps = 8;
+// Below the rounding of the sums, steps are judged by their length alone: a step that does not
+// shrink below this fraction of the shortest one so far makes no progress, and after
+// kMaxStalledSteps of them the iterate is at the rounding floor.
+constexpr double kProgressRatio = 0.9;
+constexpr int kMaxStalledSteps = 3;
 
 bool CholeskyInPlace(double a[kLocalCount][kLocalCount], int p) {
   for (int j = 0; j < p; ++j) {
@@ -80,6 +84,13 @@ double PredictedDecrease(const Normal& ne, const double* x) {
   return -2.0 * lin - quad;
 }
 
+// Largest step component as a length (angles times the data size).
+double StepLength(const Problem& problem, const Normal& ne, const double* x) {
+  double m = 0.0;
+  for (int i = 0; i < ne.p; ++i) m = std::fmax(m, std::fabs(x[i]) * problem.weight[ne.index[i]]);
+  return m;
+}
+
 bool Negligible(const Problem& problem, const Normal& ne, const double* x) {
   for (int i = 0; i < ne.p; ++i) {
     if (std::fabs(x[i]) * problem.weight[ne.index[i]] > kNegligibleStep * problem.scale) {
@@ -127,7 +138,8 @@ Solution Minimise(const Problem& problem, AccumulateFn accumulate, const State& 
   sol.sum = accumulate(problem, sol.state, &sol.normal);
   Normal trial = sol.normal;
   double lambda = kInitialDamping;
-  int invisible = 0;
+  int stalled = 0;
+  double shortest = std::numeric_limits<double>::infinity();
   while (sol.iterations < maxIterations && std::isfinite(sol.sum)) {
     double x[kLocalCount];
     if (!DampedStep(sol.normal, lambda, x)) {
@@ -146,12 +158,14 @@ Solution Minimise(const Problem& problem, AccumulateFn accumulate, const State& 
     const double noise = std::fmax(sol.normal.noise, trial.noise);
     const bool invisibleStep = PredictedDecrease(sol.normal, x) <= noise && sum <= sol.sum + noise;
     if (sum <= sol.sum || invisibleStep) {
-      invisible += invisibleStep ? 1 : 0;
+      const double length = StepLength(problem, sol.normal, x);
+      if (invisibleStep && length > kProgressRatio * shortest) ++stalled;
+      shortest = std::fmin(shortest, length);
       sol.state = next;
       sol.sum = sum;
       std::swap(sol.normal, trial);
       lambda = std::max(lambda / kDampingFactor, kMinDamping);
-      if (negligible || invisible > kMaxInvisibleSteps) {
+      if (negligible || stalled >= kMaxStalledSteps) {
         sol.converged = true;
         break;
       }
