@@ -75,6 +75,16 @@ PointStats ComputeStats(const double* xyz, std::size_t count) {
   m[2][1] = m[1][2];
   SymmetricEigen3(m, st.eigenvalue, st.direction);
   st.scale = std::sqrt(std::max(0.0, (m[0][0] + m[1][1] + m[2][2]) / n));
+  double line = 0.0, plane = 0.0;
+  for (std::size_t k = 0; k < count; ++k) {
+    const Vec3 d = Vec3(xyz[3 * k], xyz[3 * k + 1], xyz[3 * k + 2]) - st.centroid;
+    const double h = d.Dot(st.direction[0]);
+    line += (d - st.direction[2] * d.Dot(st.direction[2]))
+                .Dot(d - st.direction[2] * d.Dot(st.direction[2]));
+    plane += h * h;
+  }
+  st.lineSpread = std::sqrt(line / n);
+  st.planeSpread = std::sqrt(plane / n);
   return st;
 }
 

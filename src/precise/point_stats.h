@@ -15,6 +15,10 @@ struct PointStats {
   double eigenvalue[3] = {0.0, 0.0, 0.0};
   Vec3 direction[3];
   double scale = 0.0;  // root mean square distance from the centroid
+  // Root mean square distances from the principal line and from the principal plane, measured
+  // point by point (the small eigenvalues themselves carry the rounding of the large one).
+  double lineSpread = 0.0;
+  double planeSpread = 0.0;
 };
 
 PointStats ComputeStats(const double* xyz, std::size_t count);

@@ -52,17 +52,14 @@ bool NeedsVolume(Shape shape) {
 }
 
 // A message when the point cloud cannot determine the shape, else empty.
-std::string Degeneracy(Shape shape, const PointStats& st, std::size_t count) {
-  const double n = static_cast<double>(count);
-  double sd[3];
-  for (int i = 0; i < 3; ++i) sd[i] = std::sqrt(std::max(0.0, st.eigenvalue[i]) / n);
+std::string Degeneracy(Shape shape, const PointStats& st) {
   const double size = std::max(1.0, st.centroid.Length());
   const std::string what = std::string(" a ") + Word(shape) + " is not determined";
-  if (!(sd[2] > kCoincidentSpread * size)) return "all points coincide:" + what;
-  if (shape != Shape::kLine && !(sd[1] > kFlatRatio * sd[2])) {
+  if (!(st.scale > kCoincidentSpread * size)) return "all points coincide:" + what;
+  if (shape != Shape::kLine && !(st.lineSpread > kFlatRatio * st.scale)) {
     return "all points lie on one line:" + what;
   }
-  if (NeedsVolume(shape) && !(sd[0] > kFlatRatio * sd[2])) {
+  if (NeedsVolume(shape) && !(st.planeSpread > kFlatRatio * st.scale)) {
     return "all points lie in one plane:" + what;
   }
   return std::string();
@@ -213,7 +210,7 @@ FitResult FitPreciseLimited(const Request& request, int maxIterations) {
     return result;
   }
   const PointStats st = ComputeStats(request.xyz, request.count);
-  const std::string degenerate = Degeneracy(request.shape, st, request.count);
+  const std::string degenerate = Degeneracy(request.shape, st);
   if (!degenerate.empty()) {
     result.status = Status::kDegenerate;
     result.message = degenerate;

@@ -38,6 +38,14 @@ inline Vec3 Axis(const FitResult& r) {
   return r.axis ? Vec3((*r.axis)[0], (*r.axis)[1], (*r.axis)[2]) : Vec3();
 }
 
+// The named parameter of a result, or nullptr (FitResult::Find belongs to the modern layer).
+inline const Parameter* FindParameter(const FitResult& r, const std::string& name) {
+  for (const Parameter& p : r.parameters) {
+    if (p.name == name) return &p;
+  }
+  return nullptr;
+}
+
 }  // namespace metrofit::precise::testing
 
 #endif  // METROFIT_TESTS_PRECISE_PRECISE_TEST_UTIL_H
