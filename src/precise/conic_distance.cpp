@@ -9,6 +9,8 @@ namespace {
 
 // Relative step below which a Newton iterate is at the rounding level of its own value.
 constexpr double kStepTolerance = 4.0 * std::numeric_limits<double>::epsilon();
+// |sum - 1| at the rounding level of a sum of two squares near one.
+constexpr double kResidualTolerance = 4.0 * std::numeric_limits<double>::epsilon();
 // Root searches end well before this; it only guards against a cycle at the rounding level.
 constexpr int kMaxRootIterations = 200;
 // A bracket wider than this ratio is split at its geometric mean: the ellipse root may lie
@@ -32,24 +34,30 @@ struct QuadrantFoot {
 // linear in u at both ends (rm = 0 or B = 0) and nearly so in between; a bracket keeps it safe.
 double EllipseRoot(double A, double B, double rm, double lo, double hi) {
   double u = lo;
+  bool hi_evaluated = false;  // hi starts as a bound that may itself be the root (a circle)
   for (int i = 0; i < kMaxRootIterations; ++i) {
     const double wa = A / (u + rm);
     const double wb = B / u;
     const double sum = wa * wa + wb * wb;
-    if (sum == 1.0) return u;
+    // Sums of two positive squares carry a few ulps: no nearby u can be told apart from this.
+    if (std::fabs(sum - 1.0) <= kResidualTolerance) return u;
     if (sum > 1.0) {
       lo = u;
     } else {
       hi = u;
+      hi_evaluated = true;
     }
     // S = sum^(-1/2), dS/du = sum^(-3/2) (wa^2 / (u + rm) + wb^2 / u).
     const double slope = (wa * wa / (u + rm) + wb * wb / u) / (sum * std::sqrt(sum));
     double next = u - (1.0 / std::sqrt(sum) - 1.0) / slope;
-    if (!(next > lo && next < hi)) {
+    if (std::fabs(next - u) <= kStepTolerance * u) return std::clamp(next, lo, hi);
+    // Newton must bring a point not yet evaluated; landing on a known bracket end means its
+    // step is rounding noise, and the bracket is split instead.
+    const bool fresh = next > lo && (next < hi || (next == hi && !hi_evaluated));
+    if (!fresh) {
       next = hi > kGeometricSplitRatio * lo ? std::sqrt(lo) * std::sqrt(hi) : 0.5 * (lo + hi);
       if (next <= lo || next >= hi) return u;  // the bracket is down to adjacent doubles
     }
-    if (std::fabs(next - u) <= kStepTolerance * next) return next;
     u = next;
   }
   return u;

@@ -27,7 +27,7 @@ constexpr int kBruteCandidates = 6;
 // Golden-section steps: the bracket shrinks below the resolution of long double.
 constexpr int kGoldenSteps = 120;
 // Distance agreement with the reference, relative to the larger of the sizes and |p|.
-constexpr double kDistanceTolerance = 1e-14;
+constexpr double kDistanceTolerance = 4e-15;
 // Agreement of derivatives (dimensionless, of order one) with central differences.
 constexpr double kDerivativeTolerance = 1e-6;
 // Finite-difference step relative to the local length scale (distance to the centre of
