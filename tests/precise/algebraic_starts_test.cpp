@@ -488,3 +488,85 @@ TEST(PrincipalAxes, HandlesDegenerateClouds) {
 }
 
 }  // namespace
+
+// ---- Random poses ----------------------------------------------------------------------
+
+// Worst errors over many random noiseless poses, printed for the record and bounded.
+TEST(AlgebraicStarts, RandomNoiselessPosesAreRecovered) {
+  Rng rng(11);
+  constexpr int kTrials = 200;
+  constexpr double kBound = 1e-9;  // mm, for features of 1 to 100 mm up to 600 mm away
+  double sphere = 0.0, circle = 0.0, ellipse = 0.0, spheroid = 0.0, paraboloid = 0.0;
+  auto offset = [&] {
+    return Point3{rng.Uniform(-600, 600), rng.Uniform(-600, 600), rng.Uniform(-600, 600)};
+  };
+  auto axis = [&] { return Point3{rng.Uniform(-1, 1), rng.Uniform(-1, 1), rng.Uniform(0.2, 1)}; };
+  for (int t = 0; t < kTrials; ++t) {
+    {
+      const Point3 c = offset();
+      const double r = rng.Uniform(1.0, 100.0);
+      const auto xyz = SpherePoints(c, r, rng.Uniform(0.3 * kPi, kPi), 50, rng, false);
+      const auto g = SphereStart(xyz.data(), 50);
+      ASSERT_TRUE(g.has_value());
+      sphere =
+          std::max({sphere, std::fabs(g->radius - r),
+                    std::hypot(g->center[0] - c[0], g->center[1] - c[1], g->center[2] - c[2])});
+    }
+    {
+      const Point2 c{rng.Uniform(-600, 600), rng.Uniform(-600, 600)};
+      const double r = rng.Uniform(1.0, 100.0);
+      const Ellipse e{c, r, r, 0.0};
+      const auto xy =
+          EllipsePoints(e, rng.Uniform(0, 2 * kPi), rng.Uniform(0.3 * kPi, 2 * kPi), 30, nullptr);
+      const auto g = CircleStart2D(xy.data(), 30);
+      ASSERT_TRUE(g.has_value());
+      circle = std::max(
+          {circle, std::fabs(g->radius - r), std::hypot(g->center[0] - c[0], g->center[1] - c[1])});
+    }
+    {
+      const double a = rng.Uniform(2.0, 60.0);
+      const Ellipse e{{rng.Uniform(-600, 600), rng.Uniform(-600, 600)},
+                      a,
+                      a * rng.Uniform(0.1, 1.0),
+                      rng.Uniform(-kPi, kPi)};
+      const auto xy =
+          EllipsePoints(e, rng.Uniform(0, 2 * kPi), rng.Uniform(0.6 * kPi, 2 * kPi), 40, nullptr);
+      const auto g = EllipseStart2D(xy.data(), 40);
+      ASSERT_TRUE(g.has_value());
+      ellipse = std::max({ellipse, std::fabs(g->major - e.a), std::fabs(g->minor - e.b),
+                          std::hypot(g->center[0] - e.c[0], g->center[1] - e.c[1])});
+    }
+    {
+      const Frame f = TiltedFrame(axis());
+      const Point3 c = offset();
+      const double along = rng.Uniform(2.0, 60.0), across = rng.Uniform(2.0, 60.0);
+      const auto xyz =
+          SpheroidPoints(f, c, along, across, 0.0, rng.Uniform(0.6 * kPi, kPi), 60, rng, false);
+      const auto g = SpheroidStart(xyz.data(), 60, f.u);
+      ASSERT_TRUE(g.has_value());
+      spheroid =
+          std::max({spheroid, std::fabs(g->along - along), std::fabs(g->across - across),
+                    std::hypot(g->center[0] - c[0], g->center[1] - c[1], g->center[2] - c[2])});
+    }
+    {
+      const Frame f = TiltedFrame(axis());
+      const Point3 v = offset();
+      const double focal = rng.Uniform(2.0, 100.0);
+      const auto xyz = ParaboloidPoints(f, v, focal, rng.Uniform(5.0, 60.0), 60, rng, false);
+      const auto g = ParaboloidStart(xyz.data(), 60, f.u);
+      ASSERT_TRUE(g.has_value());
+      paraboloid =
+          std::max({paraboloid, std::fabs(g->focal - focal),
+                    std::hypot(g->vertex[0] - v[0], g->vertex[1] - v[1], g->vertex[2] - v[2])});
+    }
+  }
+  std::printf(
+      "largest errors over %d random poses (mm): sphere %.3g, circle %.3g, ellipse %.3g, "
+      "spheroid %.3g, paraboloid %.3g\n",
+      kTrials, sphere, circle, ellipse, spheroid, paraboloid);
+  EXPECT_LT(sphere, kBound);
+  EXPECT_LT(circle, kBound);
+  EXPECT_LT(ellipse, kBound);
+  EXPECT_LT(spheroid, kBound);
+  EXPECT_LT(paraboloid, kBound);
+}
