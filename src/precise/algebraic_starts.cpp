@@ -11,9 +11,9 @@ namespace {
 
 constexpr double kEps = std::numeric_limits<double>::epsilon();
 constexpr double kPi = 3.141592653589793;
-// A column whose part independent of the earlier columns is below this share of its own norm
-// (or of sqrt(rows), the norm of a column of unit-RMS coordinates, if larger) is dependent:
-// the data do not determine the unknowns of the model.
+// A column whose part independent of the earlier columns is below this share of its norm
+// (joined with sqrt(rows), the norm of a column of unit-RMS coordinates) is dependent: the
+// data do not determine the unknowns of the model.
 constexpr double kRankTolerance = 1e-10;
 // A quadratic coefficient below this in unit-RMS coordinates is rounding: the surface is flat
 // (paraboloid) or straight along the axis (spheroid), and its size would be noise.
@@ -102,13 +102,17 @@ class Qr {
   // row k on; the entries above row k are R's and stay.
   bool Reflect(std::size_t k) {
     double* col = &a_[k * rows_];
-    // Norm of the whole column (reflections keep it), at least that of unit-RMS coordinates,
-    // so that a column of rounding noise does not pass for an independent one.
-    double full = std::sqrt(static_cast<double>(rows_));
-    for (std::size_t i = 0; i < rows_; ++i) full = std::hypot(full, col[i]);
-    double norm = 0.0;
-    for (std::size_t i = k; i < rows_; ++i) norm = std::hypot(norm, col[i]);
-    if (!(norm > kRankTolerance * full)) return false;
+    // The scale of the test: the whole column (reflections keep its norm) together with a
+    // column of unit-RMS coordinates, so that a column of rounding noise is not independent.
+    // Entries are of order one here: plain sums of squares cannot overflow.
+    double whole = static_cast<double>(rows_);
+    double below = 0.0;
+    for (std::size_t i = 0; i < rows_; ++i) {
+      whole += col[i] * col[i];
+      if (i >= k) below += col[i] * col[i];
+    }
+    const double norm = std::sqrt(below);
+    if (!(norm > kRankTolerance * std::sqrt(whole))) return false;
     const double alpha = col[k] > 0.0 ? -norm : norm;  // opposite sign: no cancellation below
     col[k] -= alpha;
     const double f = 1.0 / std::sqrt(norm * std::fabs(col[k]));  // |x - alpha e1|^2 / 2
