@@ -12,6 +12,8 @@ SAME_MODEL = (synthetic.sphere, synthetic.cylinder, synthetic.plane, synthetic.c
 # Two converged fits of the same model to 1 um data agree far inside the noise.
 AGREEMENT = 2e-4  # mm
 DIRECTION_AGREEMENT = 2e-5  # rad
+# Relative agreement of the two methods' standard uncertainties.
+UNCERTAINTY_AGREEMENT = 0.05
 # Room for rounding when comparing two sums of squares at a common minimum.
 SUM_OF_SQUARES_SLACK = 1e-9
 
@@ -41,6 +43,20 @@ def test_precise_is_the_least_squares_minimum(generator):
     precise_sum = np.sum(precise.deviations ** 2)
     compatible_sum = np.sum(compatible.deviations ** 2)
     assert precise_sum <= compatible_sum * (1.0 + SUM_OF_SQUARES_SLACK)
+
+
+@pytest.mark.parametrize("generator", SAME_MODEL, ids=lambda g: g.__name__)
+def test_compatible_uncertainties_match_the_precise_ones(generator):
+    # Both are sigma^2 (J^T J)^-1 at nearly the same feature, so they agree to a few per cent.
+    truth = generator()
+    precise = metrofit.fit(truth.shape, truth.points, method="precise")
+    compatible = metrofit.fit(truth.shape, truth.points, method="compatible")
+    assert tuple(compatible.uncertainties) == tuple(precise.uncertainties)
+    for name, value in precise.uncertainties.items():
+        expected = np.atleast_1d(value)
+        actual = np.atleast_1d(compatible.uncertainties[name])
+        assert np.all(np.isfinite(actual)), (name, actual)
+        assert_close(actual, expected, UNCERTAINTY_AGREEMENT * np.max(expected), name)
 
 
 @pytest.mark.parametrize("generator", (synthetic.line, synthetic.cone, synthetic.torus),

@@ -14,7 +14,7 @@ REPEATS = 3
 def _jobs():
     jobs = []
     for generator in (synthetic.sphere, synthetic.cylinder, synthetic.cone, synthetic.torus,
-                      synthetic.plane, synthetic.paraboloid):
+                      synthetic.plane, synthetic.circle, synthetic.line):
         truth = generator()
         jobs.append((truth.shape, truth.points))
     return jobs * REPEATS
