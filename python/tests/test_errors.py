@@ -129,3 +129,34 @@ def test_collinear_points_are_a_degenerate_sphere_not_an_error():
     assert result.status == "degenerate"
     assert result.message
     assert "degenerate" in repr(result)
+
+
+def test_same_parameter_fixed_and_started(points):
+    with pytest.raises(ValueError, match="radius"):
+        metrofit.fit("sphere", points, fixed={"radius": 12.5}, start={"radius": 12.4})
+
+
+@pytest.mark.parametrize("name, value", [("radius", math.nan), ("radius", -12.5),
+                                         ("center", (0.0, math.inf, 0.0))])
+def test_unusable_value(points, name, value):
+    with pytest.raises(ValueError, match=name):
+        metrofit.fit("sphere", points, fixed={name: value})
+
+
+def test_zero_axis():
+    truth = synthetic.cylinder()
+    with pytest.raises(ValueError, match="axis"):
+        metrofit.fit("cylinder", truth.points, start={"axis": (0.0, 0.0, 0.0)})
+
+
+def test_probe_radius_of_a_line():
+    truth = synthetic.line()
+    with pytest.raises(ValueError):
+        metrofit.fit("line", truth.points, probe_radius=2.0)
+
+
+def test_compatible_planar_ellipse_is_unsupported():
+    # No KFit function fits a planar ellipse; that is a request error, not a failed fit.
+    truth = synthetic.ellipse()
+    with pytest.raises(ValueError, match="ellipse"):
+        metrofit.fit("ellipse", truth.points, method="compatible")
