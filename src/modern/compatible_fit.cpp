@@ -102,8 +102,8 @@ precise::Feature FeatureOf(Shape shape, const CFitResult& out, const Vec3& centr
   precise::Feature feature;
   feature.shape = shape;
   feature.center = out.m_center;
+  // Already unit: the KFit functions build it from their angles. Kept to the bit.
   feature.axis = out.m_axis;
-  feature.axis.Normalize();
   switch (shape) {
     case Shape::kPlane: {
       // The plane is {p : p . u = D}; report its point nearest the centroid.

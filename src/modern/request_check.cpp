@@ -134,12 +134,12 @@ CheckedRequest CheckRequest(const double* xyz, std::size_t count, const FitOptio
   }
   CheckedRequest checked = CheckPoints(xyz, count, shape);
   if (checked.status != Status::kOk) return checked;
-  checked = CheckValueList(shape, "fixed", options.fixed, checked.request.fixed);
+  std::vector<NamedValue> fixed, start;
+  checked = CheckValueList(shape, "fixed", options.fixed, fixed);
   if (checked.status != Status::kOk) return checked;
-  std::vector<NamedValue> fixed = std::move(checked.request.fixed);
-  checked = CheckValueList(shape, "start", options.start, checked.request.start);
+  checked = CheckValueList(shape, "start", options.start, start);
   if (checked.status != Status::kOk) return checked;
-  for (const NamedValue& named : checked.request.start) {
+  for (const NamedValue& named : start) {
     for (const NamedValue& held : fixed) {
       if (held.name == named.name) {
         return Reject(Status::kInvalidOption,
@@ -148,6 +148,7 @@ CheckedRequest CheckRequest(const double* xyz, std::size_t count, const FitOptio
     }
   }
   checked.request.fixed = std::move(fixed);
+  checked.request.start = std::move(start);
   checked.request.shape = shape;
   checked.request.xyz = xyz;
   checked.request.count = count;
