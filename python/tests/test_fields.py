@@ -34,6 +34,8 @@ DEFAULT_POSITION_TOLERANCE = 0.002
 SIZE_TOLERANCE = 0.002
 DIRECTION_TOLERANCE = 1e-4
 ANGLE_TOLERANCE = 1e-4
+# How many standard uncertainties a value may lie from the truth.
+COVERAGE = 5.0
 # Largest standard uncertainty expected from the synthetic data (mm or rad).
 UNCERTAINTY_LIMIT = {"cone": 5 * synthetic.NOISE, "paraboloid": 5 * synthetic.NOISE}
 # Axes whose sense the feature fixes (the side a cone or paraboloid opens to).
@@ -105,6 +107,21 @@ def test_geometry_matches_truth(case):
             assert_close(actual, expected, ANGLE_TOLERANCE, name)
         else:
             assert_close(actual, expected, SIZE_TOLERANCE, name)
+
+
+def test_truth_within_a_few_standard_uncertainties(case):
+    # The uncertainties are honest: every reported value lies within a few of its standard
+    # uncertainties of the truth (the seeds are fixed, so this is not a matter of luck).
+    truth, result = case
+    for name, expected in truth.fields.items():
+        actual = np.atleast_1d(getattr(result, name))
+        expected = np.atleast_1d(expected)
+        if name in ("axis", "major_direction") and np.dot(actual, expected) < 0.0:
+            expected = -expected
+        uncertainty = np.atleast_1d(result.uncertainties[name])
+        error = np.abs(actual - expected)
+        assert np.all(error <= COVERAGE * uncertainty), "%s: error %r, uncertainty %r" % (
+            name, error, uncertainty)
 
 
 def test_parameters_name_and_mirror_the_fields(case):
