@@ -231,9 +231,10 @@ PointCloud ReadBinary(const Source& source, const PcdHeader& header) {
 }
 
 PointCloud ReadAscii(const Source& source, const PcdHeader& header) {
-  CheckCount(source, header, header.record_values * kMinAsciiValueBytes);
+  // A lying count shows as "... but N follow" below; only the reservation needs a bound.
   PointCloud cloud;
-  cloud.xyz.reserve(static_cast<std::size_t>(header.points) * kCoordinates);
+  cloud.xyz.reserve(SafeReserve(header.points, source.bytes.size() - header.data_offset,
+                                header.record_values * kMinAsciiValueBytes));
   LineReader lines(source.bytes.substr(header.data_offset), header.lines + 1);
   std::string_view line;
   std::uint64_t found = 0;

@@ -143,10 +143,13 @@ PlyHeader ParseHeader(const Source& source) {
 
 const PlyProperty* FindProperty(const PlyElement& element, const std::string& name) {
   const PlyProperty* found = nullptr;
+  std::size_t count = 0;
   for (const PlyProperty& property : element.properties) {
-    if (property.name == name) found = found == nullptr ? &property : nullptr;
+    if (property.name != name) continue;
+    found = &property;
+    ++count;
   }
-  return found;
+  return count == 1 ? found : nullptr;
 }
 
 // Checks the header for vertex positions the reader can take.
@@ -301,12 +304,14 @@ class AsciiRecords {
         offset_(header.data_offset) {}
 
   void Read(const PlyElement& element, PointCloud* cloud) {
-    CheckCount(source_, element, PlyEncoding::kAscii, offset_ + lines_.offset());
+    // A lying count shows as "file ends after ..." below; only the reservation needs a bound.
     const bool is_vertex = element.name == kVertex;
     std::vector<std::size_t> slots;
     if (is_vertex) {
       slots = PositionSlots(element);
-      cloud->xyz.reserve(cloud->xyz.size() + element.count * kCoordinates);
+      cloud->xyz.reserve(cloud->xyz.size() +
+                         SafeReserve(element.count, source_.bytes.size() - offset_,
+                                     MinRecordBytes(element, PlyEncoding::kAscii)));
     }
     for (std::uint64_t i = 0; i < element.count; ++i) {
       const std::vector<std::string_view> words = NextRecord(element, i);

@@ -62,20 +62,13 @@ bool IsPcdHeader(std::string_view bytes) {
   return StartsWith(first, "VERSION") || StartsWith(first, "FIELDS");
 }
 
-bool LooksNumeric(std::string_view field) {
-  double value = 0;
-  std::string error;
-  return detail::ParseNumber(field, '.', &value, &error) ||
-         detail::ParseNumber(field, ',', &value, &error);
-}
-
 // A header row: some field that is not a number, splitting on commas and blanks alike.
 bool HasWordField(std::string_view line) {
   std::string text(line);
   std::replace(text.begin(), text.end(), ',', ' ');
   const auto fields = detail::SplitBlanks(text);
   return std::any_of(fields.begin(), fields.end(),
-                     [](std::string_view field) { return !LooksNumeric(field); });
+                     [](std::string_view field) { return !detail::LooksNumeric(field); });
 }
 
 bool ValidColumns(const std::vector<int>& columns) {

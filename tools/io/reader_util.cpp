@@ -135,6 +135,13 @@ bool ParseNumber(std::string_view field, char decimal_mark, double* value, std::
   return true;
 }
 
+bool LooksNumeric(std::string_view field) {
+  double value = 0;
+  std::string error;
+  return IsNonFiniteWord(field) || ParseNumber(field, '.', &value, &error) ||
+         ParseNumber(field, ',', &value, &error);
+}
+
 bool ParseCount(std::string_view field, std::uint64_t* value) {
   if (field.empty()) return false;
   constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();

@@ -33,6 +33,10 @@ std::string Quote(std::string_view text);
 // false and sets `error` to a message about the field.
 bool ParseNumber(std::string_view field, char decimal_mark, double* value, std::string* error);
 
+// Whether a field is meant as a number: one with either decimal mark, or a non-finite word.
+// Tells a header row from a data row without judging the number yet.
+bool LooksNumeric(std::string_view field);
+
 // A whole field of decimal digits that fits in 64 bits.
 bool ParseCount(std::string_view field, std::uint64_t* value);
 

@@ -156,12 +156,16 @@ std::string Lowercase(std::string text) {
   return text;
 }
 
-bool AllNumbers(const std::vector<std::string>& fields, char mark) {
-  std::string error;
-  double value = 0;
-  return std::all_of(fields.begin(), fields.end(), [&](const std::string& field) {
-    return ParseNumber(field, mark, &value, &error);
-  });
+// A first row is a header when one of the fields read as coordinates is a word.
+bool IsHeaderRow(const std::vector<std::string>& fields, const std::vector<std::size_t>& read) {
+  return std::any_of(read.begin(), read.end(),
+                     [&](std::size_t column) { return !LooksNumeric(fields[column]); });
+}
+
+std::vector<std::size_t> AllColumns(std::size_t width) {
+  std::vector<std::size_t> all(width);
+  for (std::size_t i = 0; i < width; ++i) all[i] = i;
+  return all;
 }
 
 // The indices of the x, y, z columns a header names.
@@ -262,7 +266,8 @@ PointCloud ReadCsv(const Source& source, const ReadOptions& options) {
     if (first) {
       width = fields.size();
       CheckWidth(source, lines.number(), width, options);
-      if (!AllNumbers(fields, mark)) {
+      const bool chosen = !options.columns.empty();
+      if (IsHeaderRow(fields, chosen ? columns : AllColumns(width))) {
         if (options.columns.empty()) columns = HeaderColumns(source, lines.number(), fields);
         continue;
       }
