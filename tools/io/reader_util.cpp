@@ -170,8 +170,8 @@ std::string_view StripComment(std::string_view line) {
   return line.substr(0, line.find(kComment));
 }
 
-std::vector<std::string_view> SplitBlanks(std::string_view text) {
-  std::vector<std::string_view> fields;
+void SplitBlanks(std::string_view text, std::vector<std::string_view>* fields) {
+  fields->clear();
   std::size_t i = 0;
   while (i < text.size()) {
     if (IsBlank(text[i])) {
@@ -180,8 +180,13 @@ std::vector<std::string_view> SplitBlanks(std::string_view text) {
     }
     const std::size_t start = i;
     while (i < text.size() && !IsBlank(text[i])) ++i;
-    fields.push_back(text.substr(start, i - start));
+    fields->push_back(text.substr(start, i - start));
   }
+}
+
+std::vector<std::string_view> SplitBlanks(std::string_view text) {
+  std::vector<std::string_view> fields;
+  SplitBlanks(text, &fields);
   return fields;
 }
 

@@ -44,6 +44,8 @@ bool IsBlank(char c);
 std::string_view Trim(std::string_view text);
 std::string_view StripComment(std::string_view line);
 std::vector<std::string_view> SplitBlanks(std::string_view text);
+// The same into `fields` (cleared first), which keeps its capacity from line to line.
+void SplitBlanks(std::string_view text, std::vector<std::string_view>* fields);
 
 // Walks the lines of text; a final '\r' is dropped from each, a leading UTF-8 byte order mark
 // from the first.

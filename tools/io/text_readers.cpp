@@ -47,10 +47,21 @@ bool SplitCommas(std::string_view text, std::vector<std::string_view>* fields, s
 bool SplitTextLine(std::string_view text, bool decimal_comma, std::vector<std::string_view>* fields,
                    std::string* error) {
   if (decimal_comma || text.find(',') == std::string_view::npos) {
-    *fields = SplitBlanks(text);
+    SplitBlanks(text, fields);
     return true;
   }
+  fields->clear();
   return SplitCommas(text, fields, error);
+}
+
+// Every field of a line as a number; all must be numbers, not only the ones kept.
+void ParseAll(const Source& source, std::size_t line, const std::vector<std::string_view>& fields,
+              char mark, std::vector<double>* values) {
+  values->resize(fields.size());
+  std::string error;
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (!ParseNumber(fields[i], mark, &(*values)[i], &error)) FailAtLine(source, line, error);
+  }
 }
 
 void AppendColumns(const Source& source, std::size_t line,
@@ -64,13 +75,9 @@ void AppendColumns(const Source& source, std::size_t line,
   }
 }
 
-void CheckAllNumbers(const Source& source, std::size_t line,
-                     const std::vector<std::string_view>& fields, char mark) {
-  std::string error;
-  double value = 0;
-  for (const std::string_view field : fields) {
-    if (!ParseNumber(field, mark, &value, &error)) FailAtLine(source, line, error);
-  }
+void AppendValues(const std::vector<double>& values, const std::vector<std::size_t>& columns,
+                  PointCloud* cloud) {
+  for (const std::size_t column : columns) cloud->xyz.push_back(values[column]);
 }
 
 // Checks the first data row's width against the columns to read.
@@ -226,10 +233,10 @@ PointCloud ReadText(const Source& source, const ReadOptions& options) {
   LineReader lines(source.bytes);
   std::string_view line;
   std::vector<std::string_view> fields;
+  std::vector<double> values;
   std::size_t width = 0;
   std::string error;
   while (lines.Next(&line)) {
-    fields.clear();
     if (!SplitTextLine(StripComment(line), options.decimal_comma, &fields, &error)) {
       FailAtLine(source, lines.number(), error);
     }
@@ -242,8 +249,8 @@ PointCloud ReadText(const Source& source, const ReadOptions& options) {
                  "found " + std::to_string(fields.size()) + " values, the first point line has " +
                      std::to_string(width));
     }
-    CheckAllNumbers(source, lines.number(), fields, mark);
-    AppendColumns(source, lines.number(), fields, columns, mark, &cloud);
+    ParseAll(source, lines.number(), fields, mark, &values);
+    AppendValues(values, columns, &cloud);
   }
   return cloud;
 }
@@ -289,8 +296,11 @@ PointCloud ReadPts(const Source& source, const ReadOptions& options) {
   std::string_view line;
   PtsBlock block;
   bool in_block = false;
+  const std::vector<std::size_t> position = ColumnIndices(ReadOptions());  // x y z first
+  std::vector<std::string_view> fields;
+  std::vector<double> values;
   while (lines.Next(&line)) {
-    const std::vector<std::string_view> fields = SplitBlanks(StripComment(line));
+    SplitBlanks(StripComment(line), &fields);
     if (fields.empty()) continue;
     if (!in_block || (block.found == block.declared && fields.size() == 1)) {
       if (fields.size() != 1 || !ParseCount(fields[0], &block.declared)) {
@@ -315,8 +325,8 @@ PointCloud ReadPts(const Source& source, const ReadOptions& options) {
                  "found " + std::to_string(fields.size()) +
                      " values; a PTS point is x y z [intensity] [r g b]");
     }
-    CheckAllNumbers(source, lines.number(), fields, mark);
-    AppendColumns(source, lines.number(), fields, {0, 1, 2}, mark, &cloud);
+    ParseAll(source, lines.number(), fields, mark, &values);
+    AppendValues(values, position, &cloud);
     ++block.found;
   }
   if (!in_block) Fail(source, "no point count: the file holds no PTS data");
