@@ -199,11 +199,12 @@ LineReader::LineReader(std::string_view bytes, std::size_t first_line)
 
 bool LineReader::Next(std::string_view* line) {
   if (pos_ >= bytes_.size()) return false;
-  std::size_t end = bytes_.find('\n', pos_);
+  std::size_t end = bytes_.find_first_of("\r\n", pos_);
   if (end == std::string_view::npos) end = bytes_.size();
   *line = bytes_.substr(pos_, end - pos_);
-  if (!line->empty() && line->back() == '\r') line->remove_suffix(1);
-  pos_ = end + 1;
+  // A lone '\r' ends a line too: read as a blank, it would join every line into one.
+  const bool crlf = end + 1 < bytes_.size() && bytes_[end] == '\r' && bytes_[end + 1] == '\n';
+  pos_ = end + (crlf ? 2 : 1);
   ++number_;
   return true;
 }

@@ -47,8 +47,8 @@ std::vector<std::string_view> SplitBlanks(std::string_view text);
 // The same into `fields` (cleared first), which keeps its capacity from line to line.
 void SplitBlanks(std::string_view text, std::vector<std::string_view>* fields);
 
-// Walks the lines of text; a final '\r' is dropped from each, a leading UTF-8 byte order mark
-// from the first.
+// Walks the lines of text, ended by "\n", "\r\n" or a lone "\r"; a leading UTF-8 byte order
+// mark is dropped from the first.
 class LineReader {
  public:
   explicit LineReader(std::string_view bytes, std::size_t first_line = 1);

@@ -155,7 +155,12 @@ char DetectDelimiter(const Source& source, std::size_t line, std::string_view ro
                "columns must be separated by semicolons or tabs");
   }
   if (row.find(',') != std::string_view::npos) return ',';
-  FailAtLine(source, line, "no delimiter (comma, semicolon or tab) in the first row " + Quote(row));
+  const std::string hint = SplitBlanks(row).size() > 1
+                               ? "; blank-separated columns are read as text, with a header "
+                                 "line commented out by '#'"
+                               : "";
+  FailAtLine(source, line,
+             "no delimiter (comma, semicolon or tab) in the first row " + Quote(row) + hint);
 }
 
 std::string Lowercase(std::string text) {

@@ -90,6 +90,15 @@ TEST(CsvReader, ASingleColumnHasNoDelimiter) {
             "probe.csv:2: no delimiter (comma, semicolon or tab) in the first row '12.5'");
 }
 
+TEST(CsvReader, ABlankSeparatedHeaderPointsToTheTextFormat) {
+  const std::string error = ParseError("X Y Z\n1 2 3\n", "probe.csv");
+  EXPECT_EQ(error.rfind("probe.csv:1: no delimiter (comma, semicolon or tab) in the first row "
+                        "'X Y Z'; blank-separated columns are read as text",
+                        0),
+            0u)
+      << error;
+}
+
 TEST(CsvReader, RowsOfAnotherWidthAreErrors) {
   EXPECT_EQ(ParseError("x;y;z\n1;2;3\n1;2\n", "probe.csv"),
             "probe.csv:3: found 2 fields, the first row has 3");

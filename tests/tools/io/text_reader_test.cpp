@@ -29,6 +29,13 @@ TEST(TextReader, AcceptsCrLfByteOrderMarkAndMissingFinalNewline) {
                {{1, 2, 3}, {4, 5, 6}});
 }
 
+TEST(TextReader, OldMacLineEndsAreLineEnds) {
+  ExpectPoints(Text("1 2 3\r4 5 6\r\r7 8 9\r\n10 11 12"),
+               {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}});
+  EXPECT_EQ(ParseError("1 2 3\r4 5\r", "probe.xyz"),
+            "probe.xyz:2: found 2 values, the first point line has 3");
+}
+
 TEST(TextReader, AcceptsCommaSeparatedLinesWithOrWithoutBlanks) {
   ExpectPoints(Text("3,4,0\n120.5, -40.25, 310.125\n1 ,2 , 3\n"),
                {{3, 4, 0}, {120.5, -40.25, 310.125}, {1, 2, 3}});
