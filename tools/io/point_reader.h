@@ -26,6 +26,9 @@
 // or double, in any property order); every other property and element is skipped.
 // PCD: DATA ascii or binary; x y z (TYPE F, SIZE 4 or 8, COUNT 1) among any other fields.
 //
+// Empty input reads as an empty cloud (a PTS file needs its count line); whether that is
+// enough points is the caller's decision. docs/point_files.md lists each choice and its test.
+//
 // Every error is a PointFileError whose message names the source and the line ("scan.csv:12:
 // ...") or, in binary data, the byte offset ("scan.ply: byte 4096: ..."); quoted file content is
 // cut to a short excerpt with non-printable bytes written as \xNN.
