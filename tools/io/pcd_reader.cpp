@@ -261,8 +261,9 @@ PointCloud ReadAscii(const Source& source, const PcdHeader& header) {
     ++found;
   }
   if (found != header.points) {
-    Fail(source, "header declares " + std::to_string(header.points) + " points but " +
-                     std::to_string(found) + " follow");
+    FailAtLine(source, header.lines,
+               "header declares " + std::to_string(header.points) + " points but " +
+                   std::to_string(found) + " follow");
   }
   return cloud;
 }

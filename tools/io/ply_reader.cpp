@@ -304,7 +304,7 @@ class AsciiRecords {
         offset_(header.data_offset) {}
 
   void Read(const PlyElement& element, PointCloud* cloud) {
-    // A lying count shows as "file ends after ..." below; only the reservation needs a bound.
+    // A lying count shows when the file ends early; only the reservation needs a bound.
     const bool is_vertex = element.name == kVertex;
     std::vector<std::size_t> slots;
     if (is_vertex) {
@@ -337,9 +337,9 @@ class AsciiRecords {
       std::vector<std::string_view> words = SplitBlanks(line);
       if (!words.empty()) return words;
     }
-    Fail(source_, "file ends after " + std::to_string(index) + " of the " +
-                      std::to_string(element.count) + " " + Quote(element.name) +
-                      " elements the header declares");
+    FailAtLine(source_, element.line,
+               "declares " + std::to_string(element.count) + " " + Quote(element.name) +
+                   " elements but the file ends after " + std::to_string(index));
   }
 
   double Number(std::string_view word) const {
@@ -370,9 +370,10 @@ class AsciiRecords {
       values.push_back(0);
     }
     if (w != words.size()) {
+      const std::size_t extra = words.size() - w;
       FailAtLine(source_, lines_.number(),
-                 std::to_string(words.size() - w) + " values more than a " + Quote(element.name) +
-                     " element holds");
+                 std::to_string(extra) + (extra == 1 ? " value" : " values") + " too many for a " +
+                     Quote(element.name) + " element");
     }
     return values;
   }

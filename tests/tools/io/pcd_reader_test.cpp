@@ -200,7 +200,7 @@ TEST(PcdReader, HugeCountsAreRefusedBeforeAnyAllocation) {
   layout.width = "4294967296";
   layout.points = "4294967296";
   EXPECT_EQ(ParseError(Header(layout) + "1 2 3\n", "cloud.pcd"),
-            "cloud.pcd: header declares 4294967296 points but 1 follow");
+            "cloud.pcd:12: header declares 4294967296 points but 1 follow");
   layout.width = std::to_string(std::numeric_limits<std::uint64_t>::max());
   layout.height = "2";
   EXPECT_EQ(ParseError(Header(layout), "cloud.pcd"), "cloud.pcd:12: WIDTH x HEIGHT overflows");
@@ -224,7 +224,7 @@ TEST(PcdReader, NonFiniteBinaryCoordinateNamesItsOffset) {
 TEST(PcdReader, AsciiRecordErrorsNameTheLine) {
   const std::string head = Header(PcdLayout());  // 12 lines
   EXPECT_EQ(ParseError(head + "1 2 3\n", "cloud.pcd"),
-            "cloud.pcd: header declares 2 points but 1 follow");
+            "cloud.pcd:12: header declares 2 points but 1 follow");
   EXPECT_EQ(ParseError(head + "1 2 3\n4 5 6\n7 8 9\n", "cloud.pcd"),
             "cloud.pcd:15: more points than the header's 2");
   EXPECT_EQ(ParseError(head + "1 2 3\n4 5\n", "cloud.pcd"),

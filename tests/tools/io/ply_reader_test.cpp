@@ -247,11 +247,10 @@ TEST(PlyReader, HugeCountsAreRefusedBeforeAnyAllocation) {
                                            "\nproperty list uchar int v\n") +
                            "3 0 0 0\n",
                        "scan.ply"),
-            "scan.ply: file ends after 1 of the " + max + " 'face' elements the header declares");
+            "scan.ply:8: declares " + max + " 'face' elements but the file ends after 1");
   EXPECT_EQ(
       ParseError(Header("ascii", VertexXyz("double", 4000000000000ull)) + "1 2 3\n", "scan.ply"),
-      "scan.ply: file ends after 1 of the 4000000000000 'vertex' elements the header "
-      "declares");
+      "scan.ply:4: declares 4000000000000 'vertex' elements but the file ends after 1");
 }
 
 TEST(PlyReader, HugeListLengthIsATruncation) {
@@ -289,9 +288,9 @@ TEST(PlyReader, AsciiRecordErrorsNameTheLine) {
   EXPECT_EQ(ParseError(head + "1 2 3\n4 5\n", "scan.ply"),
             "scan.ply:10: too few values for a 'vertex' element");
   EXPECT_EQ(ParseError(head + "1 2 3\n4 5 6 7\n", "scan.ply"),
-            "scan.ply:10: 1 values more than a 'vertex' element holds");
+            "scan.ply:10: 1 value too many for a 'vertex' element");
   EXPECT_EQ(ParseError(head + "1 2 3\n", "scan.ply"),
-            "scan.ply: file ends after 1 of the 2 'vertex' elements the header declares");
+            "scan.ply:4: declares 2 'vertex' elements but the file ends after 1");
   EXPECT_EQ(ParseError(head + "1 2 3\n4 5 6\n7 8 9\n", "scan.ply"),
             "scan.ply:11: data after the last element the header declares");
   EXPECT_EQ(ParseError(head + "1 2 3\n4 nan 6\n", "scan.ply"),
