@@ -153,7 +153,19 @@ const PlyProperty* FindProperty(const PlyElement& element, const std::string& na
 }
 
 // Checks the header for vertex positions the reader can take.
+// Element names are unique: a second "vertex" would be read with the first one's positions.
+void CheckUniqueElements(const Source& source, const PlyHeader& header) {
+  for (std::size_t i = 0; i < header.elements.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      if (header.elements[i].name != header.elements[j].name) continue;
+      FailAtLine(source, header.elements[i].line,
+                 "element " + Quote(header.elements[i].name) + " declared twice");
+    }
+  }
+}
+
 void CheckHeader(const Source& source, const PlyHeader& header) {
+  CheckUniqueElements(source, header);
   const auto vertex = std::find_if(header.elements.begin(), header.elements.end(),
                                    [](const PlyElement& e) { return e.name == kVertex; });
   if (vertex == header.elements.end()) Fail(source, "PLY header has no 'vertex' element");

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <sstream>
 
 #include "reader_util.h"
 
@@ -90,10 +89,14 @@ void CheckColumns(const Source& source, PointFormat format, const ReadOptions& o
 }
 
 std::string ReadAll(std::istream& in, const std::string& name) {
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
+  constexpr std::size_t kChunk = 1 << 16;
+  std::string bytes;
+  char chunk[kChunk];
+  while (in.read(chunk, kChunk) || in.gcount() > 0) {
+    bytes.append(chunk, static_cast<std::size_t>(in.gcount()));
+  }
   if (in.bad()) throw PointFileError(name + ": read error");
-  return bytes.str();
+  return bytes;
 }
 
 }  // namespace

@@ -192,6 +192,14 @@ TEST(PlyReader, VertexPositionsMustBeFloatOrDouble) {
             "scan.ply:8: element 'empty' has no properties");
 }
 
+TEST(PlyReader, AnElementDeclaredTwiceIsAnError) {
+  EXPECT_EQ(
+      ParseError(Header("ascii", VertexXyz("float", 1) + "element vertex 1\nproperty float w\n") +
+                     "1 2 3\n4\n",
+                 "scan.ply"),
+      "scan.ply:8: element 'vertex' declared twice");
+}
+
 TEST(PlyReader, EveryTruncationOfABinaryFileIsACleanError) {
   for (const bool big : {false, true}) {
     const std::string whole = EveryTypeFile(big);
