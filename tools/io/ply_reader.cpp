@@ -361,7 +361,7 @@ class AsciiRecords {
     return value;
   }
 
-  // One value per property (a list's first value, which is never a position, stands for it).
+  // One value per property; a list gets a placeholder, since positions are never lists.
   std::vector<double> Values(const PlyElement& element,
                              const std::vector<std::string_view>& words) const {
     std::vector<double> values;
