@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <stdexcept>
@@ -16,6 +17,7 @@
 
 #include "metrofit.h"
 #include "support/geometry_compare.h"
+#include "support/noise_propagation.h"
 
 namespace {
 
@@ -177,6 +179,58 @@ TEST(PreciseKnownSolution, DeviationsHaveTheRequestedSize) {
         c.options.relativeNoise * metrofit::testing::FeatureSize(c.shape, c.options);
     EXPECT_NEAR(s.rms, want, kRmsRelativeTolerance * want);
     ASSERT_EQ(s.points.size(), static_cast<std::size_t>(c.options.pointCount));
+  }
+}
+
+// The sets can hold a fit to 1e-9 mm and 1e-10 rad: the coordinates are stored with a
+// rounding of up to eps |p| each, which moves the exact least-squares solution of the stored
+// points by at most sqrt(C_jj) |e| in parameter j (C = (J^T J)^-1, |e| the length of the
+// rounding vector; see noise_propagation.h). That must stay a small fraction of the tolerance.
+constexpr double kStoredRounding = 1.1102230246251565e-16;  // unit roundoff of double
+constexpr double kLengthFitTolerance = 1e-9;                // mm
+constexpr double kAngleFitTolerance = 1e-10;                // rad
+constexpr double kFloorFraction = 0.1;
+
+// The tilts (and the cone's half angle) in the minimal parametrisation of known_solution.h.
+bool IsAngle(Shape shape, int k) {
+  switch (shape) {
+    case Shape::kLine:
+      return k >= 2;
+    case Shape::kPlane:
+      return k <= 1;
+    case Shape::kCylinder:
+      return k == 2 || k == 3;
+    case Shape::kCone:
+      return k >= 3;
+    case Shape::kCircle:
+    case Shape::kTorus:
+      return k == 3 || k == 4;
+    case Shape::kSphere:
+      return false;
+  }
+  return false;
+}
+
+TEST(PreciseKnownSolution, StoredPointsDetermineTheSolutionFarBelowTheFitTolerance) {
+  metrofit::testing::WorstError worst("parameter movement from stored rounding / fit tolerance");
+  for (const PreciseCase& c : metrofit::testing::PreciseCases()) {
+    SCOPED_TRACE(c.name);
+    const KnownSolution s = GeneratePreciseKnownSolution(c.shape, c.options);
+    const metrofit::testing::DenseMatrix j =
+        metrofit::testing::ResidualJacobian(s.truth, s.surfacePoints);
+    std::vector<int> columns;
+    for (int k = 0; k < j.cols; ++k) columns.push_back(k);
+    const metrofit::testing::DenseMatrix cov = metrofit::testing::NormalInverse(j, columns);
+    ASSERT_EQ(cov.rows, j.cols) << "singular normal matrix";
+    double rounding = 0.0;
+    for (const Pt& p : s.points) rounding += std::pow(kStoredRounding * p.Length(), 2) * 3.0;
+    double fraction = 0.0;  // largest movement over its tolerance
+    for (int k = 0; k < cov.rows; ++k) {
+      const double tolerance = IsAngle(c.shape, k) ? kAngleFitTolerance : kLengthFitTolerance;
+      fraction = std::max(fraction, std::sqrt(cov(k, k) * rounding) / tolerance);
+    }
+    EXPECT_LE(fraction, kFloorFraction);
+    worst.Update(fraction, c.name);
   }
 }
 
