@@ -21,6 +21,8 @@
 //             reference axis point from the fitted surface against the reference one
 //   torus     distance between the centres; angle between the axes; both radii
 // Angles ignore the sign of the axis except for the cone, whose axis opens towards +axis.
+// The six-point cone set is interpolated by a family of cones (NIST notes it may have no unique
+// solution); there the fitted sum of squared distances must not exceed the reference's.
 //
 // Each test prints its largest errors ("[worst] ...") and the known-solution test one line per
 // data family ("[precise] ...").
