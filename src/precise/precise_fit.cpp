@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "precise/precise_limits.h"
 #include "precise/shape_problems.h"
@@ -19,6 +20,9 @@ constexpr double kFlatRatio = 1e-9;
 // Reciprocal condition of the scaled normal matrix at the solution below which the points do
 // not determine the parameters.
 constexpr double kRankReciprocal = 1e-14;
+// Above this many points the starts are made and compared on a subsample of about kScreenSize.
+constexpr std::size_t kScreenThreshold = 20000;
+constexpr std::size_t kScreenSize = 4000;
 
 const char* Word(Shape shape) {
   switch (shape) {
@@ -108,10 +112,10 @@ bool Better(const Solution& a, const Solution& b) {
   return a.sum < b.sum;
 }
 
-// One stage from the best of several starts.
-Solution Solve(const Request& r, const PointStats& st, const Holds& holds, Stage stage,
-               const std::vector<Feature>& starts, const Vec3* given, int maxIterations,
-               int* iterations) {
+// The best of several starts on these points.
+Solution SolveAll(const Request& r, const PointStats& st, const Holds& holds, Stage stage,
+                  const std::vector<Feature>& starts, const Vec3* given, int maxIterations,
+                  int* iterations) {
   const Problem problem = MakeProblem(r, st, holds, stage);
   const AccumulateFn acc = AccumulatorFor(r.shape, stage);
   const bool pivotAtApex = r.shape == Shape::kCone && holds.center;
@@ -130,11 +134,45 @@ Solution Solve(const Request& r, const PointStats& st, const Holds& holds, Stage
   return best;
 }
 
+// Every stride-th point, for comparing starts cheaply.
+std::vector<double> Subsample(const Request& r, std::size_t size) {
+  const std::size_t stride = (r.count + size - 1) / size;
+  std::vector<double> xyz;
+  xyz.reserve(3 * (r.count / stride + 1));
+  for (std::size_t k = 0; k < r.count; k += stride)
+    xyz.insert(xyz.end(), r.xyz + 3 * k, r.xyz + 3 * k + 3);
+  return xyz;
+}
+
+// One stage from the best of the starts of the request's shape. On many points the starts are
+// made and compared on a subsample, and only the winner is iterated on all the points: a poor
+// start then costs passes over a few thousand points, not over all.
+Solution SolveFromStarts(const Request& r, const PointStats& st, const Holds& holds,
+                         const Vec3* given, int maxIterations, int* iterations) {
+  if (r.count > kScreenThreshold) {
+    const std::vector<double> sub = Subsample(r, kScreenSize);
+    Request rs = r;
+    rs.xyz = sub.data();
+    rs.count = sub.size() / 3;
+    const PointStats ss = ComputeStats(rs.xyz, rs.count);
+    const std::vector<Feature> starts = StartCandidates(rs, ss, given);
+    const Solution screened =
+        SolveAll(rs, ss, holds, Stage::kWhole, starts, given, maxIterations, iterations);
+    if (std::isfinite(screened.sum)) {
+      const std::vector<Feature> best{FeatureFromState(r.shape, screened.state, ss.centroid)};
+      return SolveAll(r, st, holds, Stage::kWhole, best, given, maxIterations, iterations);
+    }
+  }
+  return SolveAll(r, st, holds, Stage::kWhole, StartCandidates(r, st, given), given, maxIterations,
+                  iterations);
+}
+
 // The circle: its least-squares plane, then the circle of the points in that plane.
 Solution SolveCircle(const Request& r, const PointStats& st, const Holds& holds, const Vec3* given,
                      int maxIterations, Outcome* out, Solution* plane) {
   const std::vector<Feature> starts = StartCandidates(r, st, given);
-  *plane = Solve(r, st, holds, Stage::kCirclePlane, starts, given, maxIterations, &out->iterations);
+  *plane =
+      SolveAll(r, st, holds, Stage::kCirclePlane, starts, given, maxIterations, &out->iterations);
   if (!std::isfinite(plane->sum)) return *plane;
   Vec3 normal = plane->state.u;
   std::vector<Feature> circleStart = StartCandidates(r, st, &normal);
@@ -144,7 +182,7 @@ Solution SolveCircle(const Request& r, const PointStats& st, const Holds& holds,
     f.center -= normal * normal.Dot(f.center - plane->state.c);
   }
   Solution sol =
-      Solve(r, st, holds, Stage::kWhole, circleStart, &normal, maxIterations, &out->iterations);
+      SolveAll(r, st, holds, Stage::kWhole, circleStart, &normal, maxIterations, &out->iterations);
   return sol;
 }
 
@@ -163,8 +201,7 @@ Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
   if (r.shape == Shape::kCircle) {
     sol = SolveCircle(r, st, holds, given, maxIterations, &out, &plane);
   } else {
-    sol = Solve(r, st, holds, Stage::kWhole, StartCandidates(r, st, given), given, maxIterations,
-                &out.iterations);
+    sol = SolveFromStarts(r, st, holds, given, maxIterations, &out.iterations);
   }
   if (!std::isfinite(sol.sum)) {
     out.status = Status::kFailed;
