@@ -246,7 +246,7 @@ FitResult FitPreciseLimited(const Request& request, int maxIterations) {
     result.message = std::string("the precise ") + Word(request.shape) + " fit is not available";
     return result;
   }
-  const PointStats st = ComputeStats(request.xyz, request.count);
+  const PointStats st = ComputeStats(request.xyz, request.count, true);
   const std::string degenerate = Degeneracy(request.shape, st);
   if (!degenerate.empty()) {
     result.status = Status::kDegenerate;
