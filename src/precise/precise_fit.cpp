@@ -17,9 +17,6 @@ namespace {
 constexpr double kCoincidentSpread = 1e-12;
 // Thickness over extent below which the points lie on a line or in a plane.
 constexpr double kFlatRatio = 1e-9;
-// Reciprocal condition of the scaled normal matrix at the solution below which the points do
-// not determine the parameters.
-constexpr double kRankReciprocal = 1e-14;
 // Above this many points the starts are made and compared on a subsample of about kScreenSize.
 constexpr std::size_t kScreenThreshold = 20000;
 constexpr std::size_t kScreenSize = 4000;
@@ -216,10 +213,8 @@ Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
   if (r.shape != Shape::kCone && !(r.shape == Shape::kPlane && r.probe_radius != 0.0)) {
     Orient(given, &out.feature.axis);
   }
-  const bool planeOk =
-      r.shape != Shape::kCircle ||
-      (plane.normal.p == 0 || ScaledConditionReciprocal(plane.normal) >= kRankReciprocal);
-  if (!planeOk || (sol.normal.p > 0 && ScaledConditionReciprocal(sol.normal) < kRankReciprocal)) {
+  const bool planeOk = r.shape != Shape::kCircle || plane.determined;
+  if (!planeOk || !sol.determined) {
     out.status = Status::kDegenerate;
     out.message = Undetermined(r.shape);
   } else if (!sol.converged || (r.shape == Shape::kCircle && !plane.converged)) {

@@ -169,6 +169,23 @@ TEST(PreciseDegenerate, CoplanarPointsForSurfaces) {
   EXPECT_EQ(FitPoints(Shape::kPlane, OnCircle(24, 50.0)).status, Status::kOk);
 }
 
+// A torus held to major radius 0 is a sphere: its axis does not move a single distance.
+TEST(PreciseDegenerate, ParameterWithoutEffectAtTheSolution) {
+  mt::GeneratorOptions o;
+  o.centreOffset = 400.0;
+  o.radius = 9.0;
+  o.noiseMicrometres = 3.0;
+  const mt::KnownSolution s = mt::GenerateKnownSolution(mt::Shape::kSphere, o);
+  PointRequest pr(Shape::kTorus, s.points);
+  pr.request.fixed.push_back({"major_radius", {0.0}});
+  const FitResult r = FitPrecise(pr.request);
+  ExpectDegenerate(r, "do not determine");
+  EXPECT_NE(r.message.find("torus"), std::string::npos) << r.message;
+  // The same points as a sphere are fine.
+  PointRequest sphere(Shape::kSphere, s.points);
+  EXPECT_EQ(FitPrecise(sphere.request).status, Status::kOk);
+}
+
 TEST(PreciseDegenerate, LineRejectsProbeRadius) {
   PointRequest pr(Shape::kLine, OnLine(5));
   pr.request.probe_radius = 1.0;
