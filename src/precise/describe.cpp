@@ -95,7 +95,9 @@ bool AddStageVariance(const Request& r, const PointStats& st, const State& s, St
   if (ne.p == 0) return true;
   double c[kLocalCount][kLocalCount];
   if (!Cofactor(ne, c)) return false;
-  const double dof = static_cast<double>(r.count) - ne.p;
+  // The line has two residual components per point, each with the variance sigma^2 refers to.
+  const double components = r.shape == Shape::kLine ? 2.0 : 1.0;
+  const double dof = components * static_cast<double>(r.count) - ne.p;
   const double sigma2 = dof > 0.0 ? *sum / dof : 0.0;
   double g[kReportCount][kLocalCount];
   for (int j = 0; j < ne.p; ++j) {

@@ -423,6 +423,47 @@ TEST(PreciseDescribe, UncertaintiesMatchIndependentCovariance) {
   EXPECT_NEAR(radius->uncertainty[0], r.sigma * std::sqrt(c(3, 3)), 1e-3 * radius->uncertainty[0]);
 }
 
+// Scatter of repeated fits against the reported standard uncertainties (Monte Carlo).
+TEST(PreciseDescribe, UncertaintiesMatchScatterOfRepeatedFits) {
+  constexpr int kRuns = 400;
+  // Agreement of an empirical standard deviation from kRuns runs with the reported one: its
+  // own relative standard error is about 1 / sqrt(2 kRuns) = 3.5 %.
+  constexpr double kScatterTol = 0.15;
+  std::mt19937_64 rng(99);
+  std::normal_distribution<double> gauss(0.0, 0.01);
+  const Vec3 axis = Unit(Vec3(0.2, 0.5, 0.84)), e1 = Unit(axis.Cross(Vec3(1, 0, 0)));
+  const Vec3 e2 = axis.Cross(e1), base(350.0, -620.0, 180.0);
+  double lineSum = 0, lineSq = 0, lineU = 0, cylSum = 0, cylSq = 0, cylU = 0;
+  for (int run = 0; run < kRuns; ++run) {
+    std::vector<Vec3> line, cyl;
+    for (int i = 0; i < 30; ++i) {
+      line.push_back(base + axis * (2.0 * i) + e1 * gauss(rng) + e2 * gauss(rng));
+      const double t = 2 * kPi * i / 30.0;
+      const double rho = 12.0 + gauss(rng);
+      cyl.push_back(base + axis * (1.0 * (i % 7)) + e1 * (rho * std::cos(t)) +
+                    e2 * (rho * std::sin(t)));
+    }
+    const FitResult l = FitPoints(Shape::kLine, line);
+    const FitResult c = FitPoints(Shape::kCylinder, cyl);
+    ASSERT_EQ(l.status, Status::kOk) << l.message;
+    ASSERT_EQ(c.status, Status::kOk) << c.message;
+    const double ax = Axis(l).x;
+    lineSum += ax;
+    lineSq += ax * ax;
+    lineU += FindParameter(l, "axis")->uncertainty[0] * FindParameter(l, "axis")->uncertainty[0];
+    cylSum += *c.radius;
+    cylSq += *c.radius * *c.radius;
+    cylU += FindParameter(c, "radius")->uncertainty[0] * FindParameter(c, "radius")->uncertainty[0];
+  }
+  auto spread = [&](double sum, double sq) {
+    return std::sqrt((sq - sum * sum / kRuns) / (kRuns - 1));
+  };
+  const double reportedAxis = std::sqrt(lineU / kRuns);
+  EXPECT_NEAR(spread(lineSum, lineSq), reportedAxis, kScatterTol * reportedAxis);
+  const double reportedRadius = std::sqrt(cylU / kRuns);
+  EXPECT_NEAR(spread(cylSum, cylSq), reportedRadius, kScatterTol * reportedRadius);
+}
+
 TEST(PreciseDescribe, LineDeviationsAreDistances) {
   const mt::KnownSolution s = Cylinder(10.0, 4);
   PointRequest pr(Shape::kLine, s.points);
