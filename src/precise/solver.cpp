@@ -157,9 +157,6 @@ Solution Minimise(const Problem& problem, AccumulateFn accumulate, const State& 
     const bool negligible = Negligible(problem, sol.normal, x);
     const State next = Step(problem, sol.state, full);
     const double sum = accumulate(problem, next, &trial);
-    std::printf("it %d lambda %g sum %.17g -> %.17g pred %g noise %g len %g neg %d\n",
-                sol.iterations, lambda, sol.sum, sum, PredictedDecrease(sol.normal, x),
-                sol.normal.noise, StepLength(problem, sol.normal, x), (int)negligible);
     const bool nearGaussNewton = lambda <= kGaussNewtonDamping;
     // A step whose predicted and actual changes are both below the rounding of the sums: the
     // sum of squares cannot judge it, the linear model can.
