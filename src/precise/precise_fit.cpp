@@ -99,8 +99,12 @@ const Vec3* GivenAxis(const Request& r, Vec3* storage) {
 // A start with the caller's start and fixed values put in.
 Feature Prepared(const Request& r, Feature f, const Vec3* given) {
   if (r.shape != Shape::kCone) Orient(given, &f.axis);
+  const Vec3 opening = f.axis;
   ApplyNamed(r.start, &f);
   ApplyNamed(r.fixed, &f);
+  // A cone's axis sense is where it opens, which the start found from the data: a given axis
+  // names the line, not necessarily that sense.
+  if (r.shape == Shape::kCone && f.axis.Dot(opening) < 0.0) f.axis = -f.axis;
   return f;
 }
 

@@ -289,6 +289,62 @@ TEST(PreciseStart, StartedFitMatchesAutomaticAndTakesAxisSense) {
   EXPECT_GT(Axis(b).Dot(flipped), 0.0);
 }
 
+// A start or held axis names the cone's axis line; the cone still opens where the data say.
+TEST(PreciseStart, ConeAxisGivenAgainstItsOpening) {
+  mt::GeneratorOptions o;
+  o.centreOffset = 750.0;
+  o.axisTilt = 0.8;
+  o.halfAngle = 0.25;
+  o.noiseMicrometres = 5.0;
+  o.arcSpan = 3.0;
+  const mt::KnownSolution s = mt::GenerateKnownSolution(mt::Shape::kCone, o);
+  const Vec3 reversed = -s.truth.axis;
+  PointRequest automatic(Shape::kCone, s.points);
+  const FitResult a = FitPrecise(automatic.request);
+  ASSERT_EQ(a.status, Status::kOk) << a.message;
+  for (bool held : {false, true}) {
+    PointRequest pr(Shape::kCone, s.points);
+    (held ? pr.request.fixed : pr.request.start)
+        .push_back({"axis", {reversed.x, reversed.y, reversed.z}});
+    const FitResult r = FitPrecise(pr.request);
+    ASSERT_EQ(r.status, Status::kOk) << r.message;
+    EXPECT_GT(Axis(r).Dot(s.truth.axis), 0.0);
+    EXPECT_GT(*r.half_angle, 0.0);
+    if (!held) {
+      EXPECT_LT((Center(r) - Center(a)).Length(), kLengthTol);
+      EXPECT_LT(mt::DirectedAngle(Axis(r), Axis(a)), kAngleTol);
+    } else {
+      EXPECT_LT(mt::AxisAngle(Axis(r), s.truth.axis), 1e-15);
+    }
+  }
+}
+
+// A plane on a 200 x 10 mm strip, noise orthogonal to (1, x, y): the generating plane is the
+// least-squares plane exactly.
+TEST(PreciseKnownPlane, NarrowStrip) {
+  std::mt19937_64 rng(17);
+  std::normal_distribution<double> gauss(0.0, 0.1);
+  std::uniform_real_distribution<double> along(-100.0, 100.0), across(-5.0, 5.0);
+  const Vec3 n = Unit(Vec3(0.1, -0.3, 0.95)), e1 = Unit(n.Cross(Vec3(0, 0, 1))), e2 = n.Cross(e1),
+             origin(-930.0, 420.0, 610.0);
+  const int count = 60;
+  std::vector<double> x(count), y(count), h(count);
+  std::vector<std::vector<double>> cols(3, std::vector<double>(count));
+  for (int i = 0; i < count; ++i) {
+    x[i] = along(rng);
+    y[i] = across(rng);
+    h[i] = gauss(rng);
+    cols[0][i] = 1.0, cols[1][i] = x[i], cols[2][i] = y[i];
+  }
+  ProjectOut(cols, &h);
+  std::vector<Vec3> pts;
+  for (int i = 0; i < count; ++i) pts.push_back(origin + e1 * x[i] + e2 * y[i] + n * h[i]);
+  const FitResult r = FitPoints(Shape::kPlane, pts);
+  ASSERT_EQ(r.status, Status::kOk) << r.message;
+  EXPECT_LT(mt::AxisAngle(Axis(r), n), kAngleTol);
+  EXPECT_LT(std::fabs(n.Dot(Center(r) - origin)), kLengthTol);
+}
+
 TEST(PreciseLimit, IterationCapGivesNotConvergedWithEstimate) {
   const mt::KnownSolution s = Cylinder(50.0, 8, 1.0);
   PointRequest pr(Shape::kCylinder, s.points);
