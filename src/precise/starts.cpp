@@ -121,7 +121,7 @@ bool SubsampleFit(const Request& r, std::int32_t (*fit)(CFitInput&, CFitResult&)
          out->m_axis.Length() > 0.0;
 }
 
-void CylinderStarts(const Request& r, const PointStats& st, const Vec3* hint,
+void CylinderStarts(const Request& r, const PointStats& st, const Vec3* hint, bool withAbi,
                     std::vector<Feature>* out) {
   for (int i = 0; i < 3; ++i) {
     const Vec3 axis = hint != nullptr ? *hint : st.direction[2 - i];
@@ -130,7 +130,7 @@ void CylinderStarts(const Request& r, const PointStats& st, const Vec3* hint,
     if (hint != nullptr) return;
   }
   CFitResult abi;
-  if (SubsampleFit(r, &KFitCylinder, &abi)) {
+  if (withAbi && SubsampleFit(r, &KFitCylinder, &abi)) {
     Vec3 axis = abi.m_axis;
     out->push_back(
         Make(Shape::kCylinder, abi.m_center, axis.Normalize(), abi.m_size1.x - r.probe_radius, 0));
@@ -162,7 +162,8 @@ bool TubeCylinder(const Request& r, const PointStats& st, State* tube) {
   rc.xyz = r.xyz;
   rc.count = r.count;
   std::vector<Feature> starts;
-  CylinderStarts(rc, st, nullptr, &starts);
+  // The principal axes suffice for a tube; the binary interface's cylinder is the costly one.
+  CylinderStarts(rc, st, nullptr, false, &starts);
   const Problem problem = MakeProblem(rc, st, Holds{}, Stage::kWhole);
   bool found = false;
   double best = 0.0;
@@ -253,7 +254,7 @@ std::vector<Feature> StartCandidates(const Request& r, const PointStats& st, con
       out.push_back(SphereStart(r, st));
       break;
     case Shape::kCylinder:
-      CylinderStarts(r, st, hint, &out);
+      CylinderStarts(r, st, hint, true, &out);
       break;
     case Shape::kCone:
       ConeStarts(r, st, hint, &out);
