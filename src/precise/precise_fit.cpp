@@ -223,7 +223,9 @@ Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
     out.message = Undetermined(r.shape);
   } else if (!sol.converged || (r.shape == Shape::kCircle && !plane.converged)) {
     out.status = Status::kNotConverged;
-    out.message = "the iteration stopped on its limit before converging; best estimate returned";
+    out.message =
+        "the iteration stopped before converging (iteration limit, or no step lowered the sum of "
+        "squares any more); best estimate returned";
   }
   return out;
 }

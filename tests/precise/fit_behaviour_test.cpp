@@ -410,6 +410,36 @@ TEST(PreciseProbe, PartSurfacesFromProbeCentres) {
   }
 }
 
+// A circle probed from outside and a sphere probed from inside (negative probe radius).
+TEST(PreciseProbe, CircleAndInsideSphere) {
+  const CircleData d = KnownCircle(2.0, 0.0, 5);
+  std::vector<Vec3> centres;
+  for (const Vec3& p : d.points) {
+    const Vec3 v = p - d.centre;
+    centres.push_back(p + Unit(v - d.normal * v.Dot(d.normal)) * 1.5);
+  }
+  PointRequest circle(Shape::kCircle, centres);
+  circle.request.probe_radius = 1.5;
+  const FitResult c = FitPrecise(circle.request);
+  ASSERT_EQ(c.status, Status::kOk) << c.message;
+  EXPECT_NEAR(*c.radius, d.radius, 1e-10);
+  EXPECT_LT((Center(c) - d.centre).Length(), 1e-10);
+
+  mt::GeneratorOptions o;
+  o.centreOffset = 450.0;
+  o.radius = 16.0;
+  o.arcSpan = kPi;
+  const mt::KnownSolution s = mt::GenerateKnownSolution(mt::Shape::kSphere, o);
+  std::vector<Vec3> inside;
+  for (const Vec3& p : s.points) inside.push_back(p - Unit(p - s.truth.centre) * 2.0);
+  PointRequest sphere(Shape::kSphere, inside);
+  sphere.request.probe_radius = -2.0;
+  const FitResult r = FitPrecise(sphere.request);
+  ASSERT_EQ(r.status, Status::kOk) << r.message;
+  EXPECT_NEAR(*r.radius, 16.0, 1e-10);
+  EXPECT_LT(r.rms, 1e-10);
+}
+
 TEST(PreciseProbe, PlaneMovesAgainstItsNormal) {
   std::vector<Vec3> pts;
   for (int i = 0; i < 5; ++i) {
