@@ -83,6 +83,17 @@ void FillGeometry(const Feature& f, FitResult& res) {
       res.major_radius = f.size[0];
       res.minor_radius = f.size[1];
       break;
+    case Shape::kEllipse:
+      res.major_direction =
+          std::array<double, 3>{f.major_direction.x, f.major_direction.y, f.major_direction.z};
+      res.semi_axes = std::array<double, 2>{f.size[0], f.size[1]};
+      break;
+    case Shape::kSpheroid:
+      res.semi_axes = std::array<double, 2>{f.size[0], f.size[1]};
+      break;
+    case Shape::kParaboloid:
+      res.focal_length = f.size[0];
+      break;
     default:
       break;
   }
@@ -128,15 +139,12 @@ void FillParameters(const Request& r, const Feature& f, const double var[kReport
                     bool determined, FitResult& res) {
   double value[kReportCount];
   ReportValues(f, value);
-  // The report layout: center at 0, axis at 3, sizes from 6.
-  int first = 0;
   for (const std::string& name : PreciseParameterNames(r.shape)) {
-    const int len = name == "center" || name == "axis" ? 3 : 1;
-    first = name == "center" ? 0 : (name == "axis" ? 3 : (first < 6 ? 6 : first + 1));
+    const ReportSlot slot = SlotOf(r.shape, name);
     Parameter p;
     p.name = name;
     const bool held = FindNamed(r.fixed, name.c_str()) != nullptr;
-    for (int k = first; k < first + len; ++k) {
+    for (int k = slot.first; k < slot.first + slot.count; ++k) {
       p.value.push_back(value[k]);
       const double u =
           determined ? std::sqrt(std::fmax(0.0, var[k])) : std::numeric_limits<double>::infinity();
