@@ -11,6 +11,7 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr int kMaxDecimals = 12;
+constexpr double kFullTurn = 360.0;
 // Scale used when every deviation is zero: any positive limit colours them all neutral.
 constexpr double kFallbackLimit = 1.0;
 
@@ -132,11 +133,9 @@ Plot MakePlot(const View& view, double right) {
 }
 
 std::string TickLabel(double value, const ViewAxis& axis, int decimals) {
-  // A partial arc may run past 360 or below 0; its labels are read as ordinary angles.
-  if (axis.angle && axis.high - axis.low < 360.0) {
-    value = std::remainder(value, 360.0);
-    if (value <= -180.0) value += 360.0;
-  }
+  // A long arc across the seam can run past a full turn; its labels are ordinary angles.
+  if (axis.angle && value > kFullTurn) value -= kFullTurn;
+  if (axis.angle && value < -kFullTurn / 2) value += kFullTurn;
   return FixedNumber(value, decimals);
 }
 

@@ -27,6 +27,8 @@ constexpr double kRangePadding = 0.04;
 constexpr double kFlatRangeRelative = 1e-3;
 constexpr double kFlatRangeAbsolute = 1e-9;
 constexpr double kMaxLatitude = 90.0;
+// Angles are shown between this and a full turn: from -180 to 360 degrees.
+constexpr double kLowestAngle = -180.0;
 // Vertices of a fitted circle or ellipse drawn over an in-plane view.
 constexpr int kOutlineVertices = 240;
 
@@ -141,11 +143,16 @@ ViewAxis AngleAxis(std::vector<double>* degrees, double full_low, std::string la
   const bool partial = widest > kPartialArcGap;
   const double low = partial ? start : full_low;
   for (double& a : *degrees) a = WrapInto(a, low);
-  if (partial) {
-    const double high = low + kFullTurn - widest;
-    const double pad = (high - low) * kRangePadding;
-    axis.low = low - pad;
-    axis.high = high + pad;
+  if (!partial) return axis;
+  const double high = low + kFullTurn - widest;
+  const double pad = (high - low) * kRangePadding;
+  axis.low = low - pad;
+  axis.high = high + pad;
+  // An arc across the 0/360 seam reads better as negative angles (-60 to 60, not 300 to 420).
+  if (axis.high > kFullTurn && axis.low - kFullTurn >= kLowestAngle) {
+    for (double& a : *degrees) a -= kFullTurn;
+    axis.low -= kFullTurn;
+    axis.high -= kFullTurn;
   }
   return axis;
 }

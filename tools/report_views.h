@@ -16,7 +16,7 @@ namespace metrofit::cli {
 // One coordinate of a view and the range it is drawn over.
 struct ViewAxis {
   std::string label;   // what it measures, with its unit
-  bool angle = false;  // in degrees; tick labels are reduced to [0, 360) or (-180, 180]
+  bool angle = false;  // in degrees, between -180 and 360 where the data allows
   double low = 0.0;
   double high = 0.0;
 };

@@ -15,9 +15,8 @@ inline constexpr char kReportScript[] = R"js(
     return Math.max(0, Math.min(9, 3 - Math.floor(Math.log10(span))));
   }
   function asAngle(v) {
-    v = v % 360;
-    if (v > 180) v -= 360;
-    if (v <= -180) v += 360;
+    if (v > 360) v -= 360;
+    if (v < -180) v += 360;
     return v;
   }
   function attach(svg) {
@@ -31,7 +30,7 @@ inline constexpr char kReportScript[] = R"js(
     function value(axis, fraction) {
       var low = m[4 + 2 * axis], high = m[5 + 2 * axis];
       var v = low + fraction * (high - low);
-      if (angles[axis] === '1' && high - low < 360) v = asAngle(v);
+      if (angles[axis] === '1') v = asAngle(v);
       return names[axis] + ' ' + v.toFixed(decimals(high - low));
     }
     svg.addEventListener('mousemove', function (event) {
