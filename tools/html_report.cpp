@@ -29,6 +29,13 @@ constexpr int kStatisticDigits = 4;
 constexpr std::uint64_t kSampleSeed = 0x6d6574726f666974ULL;
 constexpr double kDegreesPerRadian = 180.0 / 3.14159265358979323846;
 
+// A count in groups of three digits, split by a narrow no-break space: 1 000 000.
+std::string Count(std::size_t n) {
+  std::string digits = std::to_string(n);
+  for (std::size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, "&#8239;");
+  return digits;
+}
+
 const char* ShapeTitle(Shape shape) {
   switch (shape) {
     case Shape::kLine:
@@ -202,7 +209,7 @@ void WriteStatistics(std::ostream& out, const FitResult& r, std::size_t points,
   const int decimals = scale > 0.0 ? DecimalsFor(scale, kStatisticDigits) : kLengthDecimals;
   const auto length = [decimals](double v) { return FixedNumber(v, decimals); };
   out << "<section class=\"card\" id=\"statistics\"><h2>Statistics</h2><table><tbody>";
-  WriteStatisticRow(out, "points", "Points", "measured points fitted", std::to_string(points), "");
+  WriteStatisticRow(out, "points", "Points", "measured points fitted", Count(points), "");
   WriteStatisticRow(out, "rms", "RMS", "root mean square of the deviations", length(r.rms), units);
   WriteStatisticRow(out, "sigma", "Sigma", "standard deviation for the degrees of freedom left",
                     length(r.sigma), units);
@@ -224,11 +231,19 @@ const char* StatusClass(const FitResult& r) {
   return r.status == Status::kOk ? "ok" : "warn";
 }
 
+// ": message." after a status, as one sentence however the message ends.
+std::string Explanation(const std::string& message) {
+  if (message.empty()) return ".";
+  const char last = message.back();
+  const bool closed = last == '.' || last == '!' || last == '?';
+  return ": " + HtmlEscape(message) + (closed ? "" : ".");
+}
+
 void WriteHeader(std::ostream& out, const ReportInput& in) {
   const FitResult& r = in.result;
   out << "<header class=\"top\"><div class=\"kicker\">metrofit fit report</div><h1>"
       << ShapeTitle(r.shape) << " fit</h1><div class=\"source\">" << HtmlEscape(in.source)
-      << "<span class=\"sep\">|</span>" << in.points.size() << " points"
+      << "<span class=\"sep\">|</span>" << Count(in.points.size()) << " points"
       << "<span class=\"sep\">|</span>lengths in " << HtmlEscape(in.units)
       << "</div><div class=\"badges\"><span class=\"badge " << (r.valid ? "ok" : "bad")
       << "\" id=\"validity\">" << (r.valid ? "valid fit" : "not valid")
@@ -243,13 +258,12 @@ void WriteHeader(std::ostream& out, const ReportInput& in) {
   if (!r.valid) {
     out << "<div class=\"banner bad\" role=\"alert\"><strong>This fit is not valid.</strong> "
            "Status: "
-        << StatusLabel(r.status) << (r.message.empty() ? "." : ": " + HtmlEscape(r.message))
+        << StatusLabel(r.status) << Explanation(r.message)
         << " Do not use its values to judge the part.</div>\n";
   } else if (r.status != Status::kOk) {
     out << "<div class=\"banner warn\" role=\"status\"><strong>Check this fit.</strong> "
            "Status: "
-        << StatusLabel(r.status) << (r.message.empty() ? "." : ": " + HtmlEscape(r.message))
-        << "</div>\n";
+        << StatusLabel(r.status) << Explanation(r.message) << "</div>\n";
   }
 }
 
@@ -282,11 +296,11 @@ void WriteSampleNote(std::ostream& out, const ReportInput& in, const ColourScale
   }
   out << "</p><p class=\"note\" id=\"sample-note\">";
   if (drawn < in.points.size()) {
-    out << "Each view draws " << drawn << " of the " << in.points.size()
+    out << "Each view draws " << Count(drawn) << " of the " << Count(in.points.size())
         << " points: a reproducible sample that includes both extremes. The statistics and "
            "the histogram use every point.";
   } else {
-    out << "Every point is drawn (" << in.points.size() << ").";
+    out << "Every point is drawn (" << Count(in.points.size()) << ").";
   }
   out << "</p>";
 }
@@ -313,12 +327,12 @@ void WriteHistogram(std::ostream& out, const ReportInput& in, const ColourScale&
   out << "<section class=\"card\" id=\"histogram\"><h2>Distribution of the deviations</h2>"
          "<figure class=\"view\" data-view=\"histogram\"><figcaption><p>"
       << h.counts.size() << " bins of " << FixedNumber(h.width, DecimalsFor(h.width, 3)) << " "
-      << HtmlEscape(in.units) << " from the smallest to the largest deviation, all " << used
+      << HtmlEscape(in.units) << " from the smallest to the largest deviation, all " << Count(used)
       << " points. Dashed: the normal distribution of the same mean ("
       << FixedNumber(h.mean, decimals) << ") and standard deviation ("
       << FixedNumber(h.std_dev, decimals) << ").";
   if (h.non_finite > 0) {
-    out << " " << h.non_finite << " deviations are not finite and are left out.";
+    out << " " << Count(h.non_finite) << " deviations are not finite and are left out.";
   }
   out << "</p></figcaption>\n";
   WriteHistogramSvg(out, h, scale, in.units);
@@ -333,8 +347,8 @@ void WriteDeviations(std::ostream& out, const ReportInput& in) {
   if (r.deviations.size() != in.points.size() || !extremes) {
     out << "<p class=\"empty\" id=\"no-deviations\">No deviations to show: ";
     if (r.deviations.size() != in.points.size()) {
-      out << "the fit returned " << r.deviations.size() << " deviations for " << in.points.size()
-          << " points.";
+      out << "the fit returned " << Count(r.deviations.size()) << " deviations for "
+          << Count(in.points.size()) << " points.";
     } else {
       out << "no deviation is a finite number.";
     }
