@@ -9,13 +9,18 @@ Writes the report with PROGRAM, then checks that
   - the page asked for nothing over the network: Chromium's network log holds no request made
     for the file:// page (every host name fails to resolve here, so nothing leaves the machine);
   - a screenshot shows the report: mostly not the page background, many colours, and the red and
-    blue of the deviation scale in quantity, which only the drawn points give.
+    blue of the deviation scale in quantity, which only the drawn points give;
+  - the pointer read-out works: a copy of the page with a test script appended moves the pointer
+    to the middle of the first picture, and the read-out must name both axes with the values of
+    the middle of their ranges.
 Exits with the skip code when Chromium is not installed. Standard library only.
 """
 
 import argparse
 import json
+import html as html_text
 import os
+import re
 import shutil
 import struct
 import subprocess
@@ -174,6 +179,53 @@ def picture_problems(path):
     return problems
 
 
+# Appended to a copy of the report: the pointer moves to the middle of the first picture's plot
+# area and the read-out's text is copied into the document, where --dump-dom shows it.
+POINTER_SCRIPT = """<script>
+(function () {
+  var svg = document.querySelector('svg.plot');
+  var box = svg.getBoundingClientRect();
+  var view = svg.viewBox.baseVal;
+  var m = svg.getAttribute('data-map').split(' ').map(Number);
+  var x = box.left + (m[0] + 0.5 * m[2]) / view.width * box.width;
+  var y = box.top + (m[1] + 0.5 * m[3]) / view.height * box.height;
+  svg.dispatchEvent(new MouseEvent('mousemove', {clientX: x, clientY: y}));
+  var text = svg.closest('figure').querySelector('.readout').textContent;
+  document.body.setAttribute('data-pointer-readout', text);
+})();
+</script>"""
+# Relative to the range: the middle of the picture is the middle of the plot area within the
+# rounding of the read-out and of the picture's layout.
+READOUT_TOLERANCE = 0.03
+
+
+def readout_problems(chromium, report, copy):
+    with open(report, encoding="utf-8") as f:
+        page = f.read()
+    with open(copy, "w", encoding="utf-8") as f:
+        f.write(page.replace("</body>", POINTER_SCRIPT + "</body>"))
+    _, dom, log = run_chromium(chromium, "file://" + os.path.abspath(copy), ["--dump-dom"])
+    problems = page_problems(log)
+    svg = re.search(r'<svg class="plot[^>]*>', page).group(0)
+    numbers = [float(v) for v in re.search(r'data-map="([^"]*)"', svg).group(1).split()]
+    labels = [html_text.unescape(re.search(r'data-%s-label="([^"]*)"' % a, svg).group(1))
+              for a in ("x", "y")]
+    found = re.search(r'data-pointer-readout="([^"]*)"', dom)
+    if not found:
+        return problems + ["the pointer read-out did not run"]
+    text = html_text.unescape(found.group(1))
+    print("read-out at the middle of the first picture: " + text)
+    for axis, label in enumerate(labels):
+        value = re.search(re.escape(label) + r" (-?[0-9.]+)", text)
+        low, high = numbers[4 + 2 * axis], numbers[5 + 2 * axis]
+        if not value:
+            problems.append("the read-out '%s' does not give %s" % (text, label))
+        elif abs(float(value.group(1)) - 0.5 * (low + high)) > READOUT_TOLERANCE * (high - low):
+            problems.append("the read-out gives %s %s, not the middle of %g to %g"
+                            % (label, value.group(1), low, high))
+    return problems
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--writer", required=True)
@@ -218,6 +270,7 @@ def main():
         problems.append("chromium wrote no screenshot (exit status %d)" % rc)
     else:
         problems += picture_problems(png)
+    problems += readout_problems(chromium, html, os.path.join(args.out, name + "_pointer.html"))
 
     for problem in problems:
         print("FAILED: " + problem)
