@@ -18,9 +18,10 @@ namespace {
 using metrofit::Shape;
 
 // Decimals for a value without an uncertainty to round it to: sub-micrometre in millimetres,
-// and about a microradian's worth for directions.
+// and a nanoradian's worth for the components of a direction.
 constexpr int kLengthDecimals = 6;
 constexpr int kDirectionDecimals = 9;
+constexpr int kDegreeDecimals = 4;  // an angle beside its radians, when it has no uncertainty
 // Significant digits kept of a standard uncertainty, and the value rounded to the same place.
 constexpr int kUncertaintyDigits = 2;
 // Significant digits of the largest deviation statistic; the others share its decimals.
@@ -164,7 +165,8 @@ void WriteParameterRow(std::ostream& out, const Parameter& p, std::size_t k, Sha
       << (has_u ? FixedNumber(u, decimals) : "n/a") << "</td><td class=\"unit\">"
       << HtmlEscape(UnitOf(p.name, units));
   if (p.name == "half_angle" && std::isfinite(value)) {
-    const int degree_decimals = u > 0.0 ? DecimalsFor(u * kDegreesPerRadian, 2) : 4;
+    const int degree_decimals =
+        u > 0.0 ? DecimalsFor(u * kDegreesPerRadian, kUncertaintyDigits) : kDegreeDecimals;
     out << " (" << FixedNumber(value * kDegreesPerRadian, degree_decimals) << "°)";
   }
   out << "</td></tr>";
@@ -349,6 +351,8 @@ void WriteDeviations(std::ostream& out, const ReportInput& in) {
     if (r.deviations.size() != in.points.size()) {
       out << "the fit returned " << Count(r.deviations.size()) << " deviations for "
           << Count(in.points.size()) << " points.";
+    } else if (r.deviations.empty()) {
+      out << "there are no points.";
     } else {
       out << "no deviation is a finite number.";
     }

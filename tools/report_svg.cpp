@@ -39,6 +39,21 @@ constexpr double kLargeDot = 5.5;
 constexpr double kMediumDot = 4.0;
 constexpr double kSmallDot = 3.0;
 constexpr int kCurveVertices = 160;
+// A step whose scaled value is this close to a whole number is taken as whole (2.5 -> 1 decimal).
+constexpr double kWholeStepTolerance = 1e-6;
+// Below this span (degrees) angle ticks fall back to ordinary decimal steps.
+constexpr double kMinDegreeSpan = 10.0;
+constexpr int kMinVerticalTicks = 3;
+constexpr double kTickSpacing = 60.0;  // picture units per vertical tick
+// Extreme-value labels go left of points in the right fifth, below points near the top.
+constexpr double kLabelRightLimit = 0.8;
+constexpr double kLabelAboveRoom = 24.0;
+// Half width of the histogram range for deviations of a single value: relative to it, and an
+// absolute floor for a value of zero.
+constexpr double kFlatRangeRelative = 1e-3;
+constexpr double kFlatRangeAbsolute = 1e-9;
+constexpr std::size_t kMinHistogramBins = 8;
+constexpr std::size_t kMaxHistogramBins = 60;
 // Head room above the highest histogram bar.
 constexpr double kCountHeadRoom = 1.08;
 // Smallest top of the count axis, so that its ticks fall on whole numbers.
@@ -78,7 +93,8 @@ double AngleStep(double span, int target) {
 int StepDecimals(double step) {
   int decimals = 0;
   double scaled = step;
-  while (decimals < kMaxDecimals && std::fabs(scaled - std::round(scaled)) > 1e-6 * scaled) {
+  while (decimals < kMaxDecimals &&
+         std::fabs(scaled - std::round(scaled)) > kWholeStepTolerance * scaled) {
     scaled *= 10.0;
     ++decimals;
   }
@@ -140,7 +156,7 @@ std::string TickLabel(double value, const ViewAxis& axis, int decimals) {
 }
 
 double AxisStep(const ViewAxis& axis, double span, int target) {
-  return axis.angle && span >= 10.0 ? AngleStep(span, target) : NiceStep(span, target);
+  return axis.angle && span >= kMinDegreeSpan ? AngleStep(span, target) : NiceStep(span, target);
 }
 
 void WriteText(std::ostream& out, const char* cls, double x, double y, const char* anchor,
@@ -164,7 +180,7 @@ void WriteXAxis(std::ostream& out, const Plot& plot) {
 }
 
 void WriteYAxis(std::ostream& out, const Plot& plot) {
-  const int target = std::max(3, static_cast<int>(plot.height / 60.0));
+  const int target = std::max(kMinVerticalTicks, static_cast<int>(plot.height / kTickSpacing));
   const double step = AxisStep(plot.y, plot.y.high - plot.y.low, target);
   const int decimals = StepDecimals(step);
   std::string grid;
@@ -250,8 +266,8 @@ void WriteMarker(std::ostream& out, const View& view, const Plot& plot, std::siz
   out << "<circle class=\"extreme\" cx=\"" << Coordinate(px) << "\" cy=\"" << Coordinate(py)
       << "\" r=\"7\"/>";
   // The label goes on the side of the point with more room.
-  const bool right = px < plot.left + plot.width * 0.8;
-  const bool below = py < plot.top + 24.0;
+  const bool right = px < plot.left + plot.width * kLabelRightLimit;
+  const bool below = py < plot.top + kLabelAboveRoom;
   WriteText(out, "extreme-label", px + (right ? 11 : -11), py + (below ? 18 : -9),
             right ? "start" : "end",
             std::string(name) + " " + FixedNumber(view.deviations[k], decimals) + " " + units);
@@ -411,9 +427,10 @@ Histogram MakeHistogram(const std::vector<double>& deviations) {
   h.std_dev = std::sqrt(squares / finite);
   // Rice's rule: enough bins to show the shape of large samples, few for small ones.
   const std::size_t bins = std::clamp<std::size_t>(
-      static_cast<std::size_t>(std::ceil(2.0 * std::cbrt(static_cast<double>(finite)))), 8, 60);
+      static_cast<std::size_t>(std::ceil(2.0 * std::cbrt(static_cast<double>(finite)))),
+      kMinHistogramBins, kMaxHistogramBins);
   if (high - low <= 0.0) {
-    const double half = std::max(std::fabs(low) * 1e-3, 1e-9);
+    const double half = std::max(std::fabs(low) * kFlatRangeRelative, kFlatRangeAbsolute);
     low -= half;
     high += half;
   }

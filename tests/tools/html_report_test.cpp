@@ -283,6 +283,21 @@ TEST(HtmlReport, InvalidFitWithoutResultSaysSoClearly) {
   EXPECT_EQ(html.substr(html.size() - 8), "</html>\n");
 }
 
+TEST(HtmlReport, NoPointsAndNoFiniteDeviationsAreSaidPlainly) {
+  FitResult r;
+  r.shape = Shape::kPlane;
+  r.status = Status::kTooFewPoints;
+  std::ostringstream none;
+  WriteHtmlReport(none, {{}, r, "empty.txt", "mm"});
+  EXPECT_NE(none.str().find("No deviations to show: there are no points."), std::string::npos);
+  Sample s = MakeSample(Shape::kPlane, 10);
+  for (double& d : s.result.deviations) d = kNaN;
+  const std::string html = Report(s);
+  EXPECT_NE(html.find("No deviations to show: no deviation is a finite number."),
+            std::string::npos);
+  EXPECT_TRUE(Attributes(html, "data-view").empty());
+}
+
 TEST(HtmlReport, InvalidFitWithAnEstimateStillShowsItForDiagnosis) {
   Sample s = MakeSample(Shape::kCone, kSamplePoints);
   s.result.valid = false;
