@@ -285,8 +285,7 @@ std::optional<Extremes> FindExtremes(const std::vector<double>& deviations) {
   return found;
 }
 
-void WriteSampleNote(std::ostream& out, const ReportInput& in, const ColourScale& scale,
-                     std::size_t drawn) {
+void WriteScaleNote(std::ostream& out, const ReportInput& in, const ColourScale& scale) {
   const int decimals = DecimalsFor(scale.limit(), 3);
   out << "<p class=\"note\">Colour shows the signed deviation of each point: red where it lies "
          "outside the feature, blue inside, grey on it. The scale is symmetric about zero and "
@@ -296,22 +295,34 @@ void WriteSampleNote(std::ostream& out, const ReportInput& in, const ColourScale
   if (in.result.shape == Shape::kLine) {
     out << " A line's deviation is a distance, never negative.";
   }
-  out << "</p><p class=\"note\" id=\"sample-note\">";
-  if (drawn < in.points.size()) {
-    out << "Each view draws " << Count(drawn) << " of the " << Count(in.points.size())
-        << " points: a reproducible sample that includes both extremes. The statistics and "
-           "the histogram use every point.";
+  out << "</p>";
+}
+
+// How many points the views show, and why not all where they do not.
+void WriteSampleNote(std::ostream& out, std::size_t total, std::size_t sampled, std::size_t drawn) {
+  out << "<p class=\"note\" id=\"sample-note\">";
+  if (drawn == total) {
+    out << "Every point is drawn (" << Count(total) << ").";
   } else {
-    out << "Every point is drawn (" << Count(in.points.size()) << ").";
+    out << "Each view draws " << Count(drawn) << " of the " << Count(total) << " points";
+    if (sampled < total) out << ": a reproducible sample that includes both extremes";
+    if (drawn < sampled) out << " (a point without a finite position or deviation is left out)";
+    out << ". The statistics and the histogram use every point.";
   }
   out << "</p>";
 }
 
 void WriteViews(std::ostream& out, const ReportInput& in, const ColourScale& scale,
                 const Extremes& extremes) {
-  const std::vector<std::size_t> drawn = DrawnPointIndices(in.result.deviations, kMaxDrawnPoints);
-  const std::vector<View> views = MakeViews(in.result, in.points, drawn, in.units);
-  WriteSampleNote(out, in, scale, drawn.size());
+  const std::vector<std::size_t> sample = DrawnPointIndices(in.result.deviations, kMaxDrawnPoints);
+  const std::vector<View> views = MakeViews(in.result, in.points, sample, in.units);
+  WriteScaleNote(out, in, scale);
+  if (views.empty()) {
+    out << "<p class=\"empty\" id=\"no-views\">No picture: the fitted feature's position is not "
+           "a finite number, so the points cannot be placed on it.</p>";
+    return;
+  }
+  WriteSampleNote(out, in.points.size(), sample.size(), views.front().points.size());
   for (const View& view : views) {
     out << "<figure class=\"view\" data-view=\"" << view.id << "\"><figcaption><h3>"
         << HtmlEscape(view.title) << "</h3><p>" << HtmlEscape(view.caption)

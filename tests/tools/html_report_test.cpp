@@ -259,6 +259,18 @@ TEST(HtmlReport, NonFiniteDeviationsAreLeftOutAndCounted) {
   EXPECT_NE(html.find("1 deviations are not finite and are left out"), std::string::npos);
   EXPECT_EQ(Count(Section(html, "<svg class=\"plot view-plot\"", "</svg>"), "h0"),
             kSamplePoints - 1);
+  EXPECT_NE(html.find("draws 1&#8239;199 of the 1&#8239;200 points (a point without a finite "
+                      "position or deviation is left out)"),
+            std::string::npos);
+}
+
+TEST(HtmlReport, AFeatureWithoutAFinitePositionGetsNoPicture) {
+  Sample s = MakeSample(Shape::kSphere, kSamplePoints);
+  s.result.center[1] = kNaN;
+  const std::string html = Report(s);
+  EXPECT_NE(html.find("id=\"no-views\""), std::string::npos);
+  EXPECT_EQ(Attributes(html, "data-view"), (std::vector<std::string>{"histogram"}));
+  EXPECT_EQ(HistogramTotal(html), kSamplePoints);
 }
 
 TEST(HtmlReport, InvalidFitWithoutResultSaysSoClearly) {
