@@ -11,6 +11,11 @@ ProgressNotice::~ProgressNotice() {
   Stop();
 }
 
+bool ProgressNotice::Printed() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return printed_;
+}
+
 bool ProgressNotice::Stop() {
   {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -14,11 +14,15 @@ namespace metrofit::cli {
 
 class ProgressNotice {
  public:
-  // Prints `line` and a newline on `err` after `delay`, unless Stop comes first.
+  // Prints `line` and a newline on `err` after `delay`, unless Stop comes first; at once for
+  // a delay of zero.
   ProgressNotice(std::ostream& err, std::string line, std::chrono::milliseconds delay);
   ~ProgressNotice();
   ProgressNotice(const ProgressNotice&) = delete;
   ProgressNotice& operator=(const ProgressNotice&) = delete;
+
+  // True once the line is printed; safe while the watch goes on.
+  bool Printed();
 
   // Ends the watch; after it returns nothing more is printed. True when the line was printed.
   bool Stop();
