@@ -7,6 +7,7 @@
 // small generated data and prints what it returns. A fit that reports failure is printed as
 // such; the program fails only when the file cannot be read.
 #include <metrofit.h>
+#include <metrofit/fit.h>
 
 #include <cmath>
 #include <cstdint>
@@ -188,6 +189,20 @@ void CallEveryFit(const Points& file_points) {
   Call("KFitTorus", &KFitTorus, TorusPoints());
 }
 
+// The same sphere through the modern interface: the exact least-squares solution with the
+// standard uncertainty of its radius.
+bool FitSpherePrecisely(const Points& points) {
+  std::vector<metrofit::Point> xyz;
+  for (const auto& p : points) xyz.push_back({p.x, p.y, p.z});
+  metrofit::FitOptions options;
+  options.shape = metrofit::Shape::kSphere;
+  const metrofit::FitResult fit = metrofit::Fit(xyz, options);
+  std::printf("metrofit::Fit sphere: %s, radius %.6f +- %.6f\n", metrofit::ToString(fit.status),
+              fit.radius.value_or(0.0),
+              fit.Find("radius") ? fit.Find("radius")->uncertainty[0] : 0.0);
+  return fit.valid;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -199,5 +214,5 @@ int main(int argc, char** argv) {
   if (!ReadPoints(argv[1], &points)) return 1;
   FitSphere(argv[1], points);
   CallEveryFit(points);
-  return 0;
+  return FitSpherePrecisely(points) ? 0 : 1;
 }

@@ -27,7 +27,7 @@ namespace metrofit {
 enum class Shape {
   kLine,
   kPlane,
-  kCircle,      // a circle in space
+  kCircle,  // a circle in space
   kSphere,
   kCylinder,
   kCone,

@@ -1,0 +1,176 @@
+// Deviations, statistics and uncertainties of a given feature.
+#include <cmath>
+#include <limits>
+
+#include "precise/models/cone_model.h"
+#include "precise/models/line_model.h"
+#include "precise/models/plane_model.h"
+#include "precise/models/radial_model.h"
+#include "precise/models/sphere_model.h"
+#include "precise/models/torus_model.h"
+#include "precise/precise_fit.h"
+#include "precise/shape_problems.h"
+
+namespace metrofit::precise {
+namespace {
+
+// Central-difference step of the report map, relative to the data size (lengths) or in rad:
+// the map is smooth, so its truncation error (step^2) is far below what an uncertainty needs.
+constexpr double kReportStep = 1e-6;
+
+struct Spread {
+  double sum = 0.0;
+  double lo = std::numeric_limits<double>::infinity();
+  double hi = -std::numeric_limits<double>::infinity();
+};
+
+template <class Model>
+Spread Deviations(const Request& r, const State& s, FitResult& res) {
+  const Model model(s);
+  Spread sp;
+  res.deviations.resize(r.count);
+  res.residuals.resize(r.count);
+  for (std::size_t k = 0; k < r.count; ++k) {
+    double q[3], n[3];
+    ToLocal(s, r.xyz + 3 * k, q);
+    const double d = model.Deviation(q, n);
+    const Vec3 v = ToWorld(s, n[0], n[1], n[2]) * d;
+    res.deviations[k] = d;
+    res.residuals[k] = {v.x, v.y, v.z};
+    sp.sum += d * d;
+    sp.lo = std::fmin(sp.lo, d);
+    sp.hi = std::fmax(sp.hi, d);
+  }
+  return sp;
+}
+
+Spread DeviationsOf(const Request& r, const State& s, FitResult& res) {
+  switch (r.shape) {
+    case Shape::kLine:
+      return Deviations<LineModel>(r, s, res);
+    case Shape::kPlane:
+      return Deviations<PlaneModel>(r, s, res);
+    case Shape::kSphere:
+      return Deviations<SphereModel>(r, s, res);
+    case Shape::kCone:
+      return Deviations<ConeModel>(r, s, res);
+    case Shape::kTorus:
+      return Deviations<TorusModel>(r, s, res);
+    default:
+      return Deviations<RadialModel>(r, s, res);
+  }
+}
+
+void FillGeometry(const Feature& f, FitResult& res) {
+  res.center = {f.center.x, f.center.y, f.center.z};
+  if (f.shape != Shape::kSphere) res.axis = std::array<double, 3>{f.axis.x, f.axis.y, f.axis.z};
+  switch (f.shape) {
+    case Shape::kCircle:
+    case Shape::kSphere:
+    case Shape::kCylinder:
+      res.radius = f.size[0];
+      break;
+    case Shape::kCone:
+      res.half_angle = f.size[0];
+      break;
+    case Shape::kTorus:
+      res.major_radius = f.size[0];
+      res.minor_radius = f.size[1];
+      break;
+    default:
+      break;
+  }
+}
+
+// Adds sigma^2 G C G^T (diagonal) of one stage to var: G the central differences of the report
+// map over the free local parameters, C the cofactor matrix. Returns the stage's sum of squares
+// and free-parameter count through sum and p; false when the normal matrix is singular.
+bool AddStageVariance(const Request& r, const PointStats& st, const State& s, Stage stage,
+                      double var[kReportCount], double* sum, int* p) {
+  const Problem problem = MakeProblem(r, st, HoldsOf(r), stage);
+  Normal ne;
+  PrepareNormal(problem, &ne);
+  *sum = AccumulatorFor(r.shape, stage)(problem, s, &ne);
+  *p = ne.p;
+  if (ne.p == 0) return true;
+  double c[kLocalCount][kLocalCount];
+  if (!Cofactor(ne, c)) return false;
+  const double dof = static_cast<double>(r.count) - ne.p;
+  const double sigma2 = dof > 0.0 ? *sum / dof : 0.0;
+  double g[kReportCount][kLocalCount];
+  for (int j = 0; j < ne.p; ++j) {
+    const int i = ne.index[j];
+    const double h = kReportStep * problem.scale / problem.weight[i];
+    double x[kLocalCount] = {}, plus[kReportCount], minus[kReportCount];
+    x[i] = h;
+    ReportValues(FeatureFromState(r.shape, Step(problem, s, x), st.centroid), plus);
+    x[i] = -h;
+    ReportValues(FeatureFromState(r.shape, Step(problem, s, x), st.centroid), minus);
+    for (int k = 0; k < kReportCount; ++k) g[k][j] = (plus[k] - minus[k]) / (2.0 * h);
+  }
+  for (int k = 0; k < kReportCount; ++k) {
+    double v = 0.0;
+    for (int a = 0; a < ne.p; ++a) {
+      for (int b = 0; b < ne.p; ++b) v += g[k][a] * c[a][b] * g[k][b];
+    }
+    var[k] += sigma2 * v;
+  }
+  return true;
+}
+
+void FillParameters(const Request& r, const Feature& f, const double var[kReportCount],
+                    bool determined, FitResult& res) {
+  double value[kReportCount];
+  ReportValues(f, value);
+  // The report layout: center at 0, axis at 3, sizes from 6.
+  int first = 0;
+  for (const std::string& name : PreciseParameterNames(r.shape)) {
+    const int len = name == "center" || name == "axis" ? 3 : 1;
+    first = name == "center" ? 0 : (name == "axis" ? 3 : (first < 6 ? 6 : first + 1));
+    Parameter p;
+    p.name = name;
+    const bool held = FindNamed(r.fixed, name.c_str()) != nullptr;
+    for (int k = first; k < first + len; ++k) {
+      p.value.push_back(value[k]);
+      const double u =
+          determined ? std::sqrt(std::fmax(0.0, var[k])) : std::numeric_limits<double>::infinity();
+      p.uncertainty.push_back(held ? 0.0 : u);
+    }
+    res.parameters.push_back(std::move(p));
+  }
+}
+
+}  // namespace
+
+void Describe(const Request& request, const Feature& feature, FitResult& result) {
+  Request r = request;
+  if (r.shape == Shape::kLine) r.probe_radius = 0.0;
+  const PointStats st = ComputeStats(r.xyz, r.count);
+  Feature f = feature;
+  f.shape = r.shape;
+  const bool pivotAtApex = r.shape == Shape::kCone && HoldsOf(r).center;
+  const State s = StateFromFeature(f, st.centroid, r.probe_radius, pivotAtApex);
+  FillGeometry(f, result);
+  const Spread sp = DeviationsOf(r, s, result);
+  const double n = static_cast<double>(r.count);
+  result.rms = std::sqrt(sp.sum / n);
+  result.min_deviation = sp.lo;
+  result.max_deviation = sp.hi;
+  result.form_error = r.shape == Shape::kLine ? 2.0 * sp.hi : sp.hi - sp.lo;
+
+  double var[kReportCount] = {};
+  double sum = 0.0;
+  int p = 0;
+  bool determined = true;
+  if (r.shape == Shape::kCircle) {
+    State plane = s;
+    plane.offset = 0.0;
+    determined = AddStageVariance(r, st, plane, Stage::kCirclePlane, var, &sum, &p);
+  }
+  determined = AddStageVariance(r, st, s, Stage::kWhole, var, &sum, &p) && determined;
+  result.sigma = n > p ? std::sqrt(sp.sum / (n - p)) : 0.0;
+  result.parameters.clear();
+  FillParameters(r, f, var, determined, result);
+}
+
+}  // namespace metrofit::precise

@@ -1,0 +1,115 @@
+#include "precise/point_stats.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace metrofit::precise {
+namespace {
+
+// Jacobi sweeps over the 3 x 3 matrix; convergence is quadratic, a handful suffice.
+constexpr int kJacobiSweeps = 50;
+
+}  // namespace
+
+void SymmetricEigen3(const double m[3][3], double value[3], Vec3 vector[3]) {
+  double a[3][3], v[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+  std::copy(&m[0][0], &m[0][0] + 9, &a[0][0]);
+  for (int sweep = 0; sweep < kJacobiSweeps; ++sweep) {
+    const double off = a[0][1] * a[0][1] + a[0][2] * a[0][2] + a[1][2] * a[1][2];
+    if (off == 0.0) break;
+    for (int p = 0; p < 2; ++p) {
+      for (int q = p + 1; q < 3; ++q) {
+        if (a[p][q] == 0.0) continue;
+        const double theta = (a[q][q] - a[p][p]) / (2.0 * a[p][q]);
+        const double t = (theta >= 0 ? 1.0 : -1.0) / (std::fabs(theta) + std::hypot(theta, 1.0));
+        const double c = 1.0 / std::hypot(t, 1.0), s = t * c;
+        for (int k = 0; k < 3; ++k) {
+          const double akp = a[k][p], akq = a[k][q];
+          a[k][p] = c * akp - s * akq;
+          a[k][q] = s * akp + c * akq;
+        }
+        for (int k = 0; k < 3; ++k) {
+          const double apk = a[p][k], aqk = a[q][k];
+          a[p][k] = c * apk - s * aqk;
+          a[q][k] = s * apk + c * aqk;
+        }
+        for (int k = 0; k < 3; ++k) {
+          const double vkp = v[k][p], vkq = v[k][q];
+          v[k][p] = c * vkp - s * vkq;
+          v[k][q] = s * vkp + c * vkq;
+        }
+      }
+    }
+  }
+  int order[3] = {0, 1, 2};
+  std::sort(order, order + 3, [&](int i, int j) { return a[i][i] < a[j][j]; });
+  for (int i = 0; i < 3; ++i) {
+    const int k = order[i];
+    value[i] = a[k][k];
+    vector[i] = Vec3(v[0][k], v[1][k], v[2][k]);
+    vector[i].Normalize();
+  }
+}
+
+PointStats ComputeStats(const double* xyz, std::size_t count) {
+  PointStats st;
+  double sx = 0, sy = 0, sz = 0;
+  for (std::size_t k = 0; k < count; ++k) {
+    sx += xyz[3 * k];
+    sy += xyz[3 * k + 1];
+    sz += xyz[3 * k + 2];
+  }
+  const double n = static_cast<double>(count);
+  st.centroid = Vec3(sx / n, sy / n, sz / n);
+  double m[3][3] = {};
+  for (std::size_t k = 0; k < count; ++k) {
+    const double d[3] = {xyz[3 * k] - st.centroid.x, xyz[3 * k + 1] - st.centroid.y,
+                         xyz[3 * k + 2] - st.centroid.z};
+    for (int i = 0; i < 3; ++i) {
+      for (int j = i; j < 3; ++j) m[i][j] += d[i] * d[j];
+    }
+  }
+  m[1][0] = m[0][1];
+  m[2][0] = m[0][2];
+  m[2][1] = m[1][2];
+  SymmetricEigen3(m, st.eigenvalue, st.direction);
+  st.scale = std::sqrt(std::max(0.0, (m[0][0] + m[1][1] + m[2][2]) / n));
+  double line = 0.0, plane = 0.0;
+  for (std::size_t k = 0; k < count; ++k) {
+    const Vec3 d = Vec3(xyz[3 * k], xyz[3 * k + 1], xyz[3 * k + 2]) - st.centroid;
+    const double h = d.Dot(st.direction[0]);
+    line += (d - st.direction[2] * d.Dot(st.direction[2]))
+                .Dot(d - st.direction[2] * d.Dot(st.direction[2]));
+    plane += h * h;
+  }
+  st.lineSpread = std::sqrt(line / n);
+  st.planeSpread = std::sqrt(plane / n);
+  return st;
+}
+
+bool SolveSmall(int n, double a[4][4], double b[4]) {
+  for (int col = 0; col < n; ++col) {
+    int piv = col;
+    for (int r = col + 1; r < n; ++r) {
+      if (std::fabs(a[r][col]) > std::fabs(a[piv][col])) piv = r;
+    }
+    if (a[piv][col] == 0.0 || !std::isfinite(a[piv][col])) return false;
+    if (piv != col) {
+      for (int k = 0; k < n; ++k) std::swap(a[piv][k], a[col][k]);
+      std::swap(b[piv], b[col]);
+    }
+    for (int r = col + 1; r < n; ++r) {
+      const double f = a[r][col] / a[col][col];
+      for (int k = col; k < n; ++k) a[r][k] -= f * a[col][k];
+      b[r] -= f * b[col];
+    }
+  }
+  for (int r = n - 1; r >= 0; --r) {
+    for (int k = r + 1; k < n; ++k) b[r] -= a[r][k] * b[k];
+    b[r] /= a[r][r];
+  }
+  return true;
+}
+
+}  // namespace metrofit::precise

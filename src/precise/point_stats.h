@@ -1,0 +1,35 @@
+// Centroid, principal directions and size of a point set, and the small dense solves the
+// starting estimates need.
+#ifndef METROFIT_PRECISE_POINT_STATS_H
+#define METROFIT_PRECISE_POINT_STATS_H
+
+#include <cstddef>
+
+#include "precise/precise_fit.h"
+
+namespace metrofit::precise {
+
+struct PointStats {
+  Vec3 centroid;
+  // Eigenvalues of the centred scatter matrix, ascending, and their unit eigenvectors.
+  double eigenvalue[3] = {0.0, 0.0, 0.0};
+  Vec3 direction[3];
+  double scale = 0.0;  // root mean square distance from the centroid
+  // Root mean square distances from the principal line and from the principal plane, measured
+  // point by point (the small eigenvalues themselves carry the rounding of the large one).
+  double lineSpread = 0.0;
+  double planeSpread = 0.0;
+};
+
+PointStats ComputeStats(const double* xyz, std::size_t count);
+
+// Eigen decomposition of a symmetric 3 x 3 matrix by Jacobi rotations, eigenvalues ascending.
+void SymmetricEigen3(const double m[3][3], double value[3], Vec3 vector[3]);
+
+// Solves the n x n system a x = b (n <= 4) by Gaussian elimination with partial pivoting;
+// false when a pivot vanishes.
+bool SolveSmall(int n, double a[4][4], double b[4]);
+
+}  // namespace metrofit::precise
+
+#endif  // METROFIT_PRECISE_POINT_STATS_H

@@ -1,0 +1,233 @@
+#include "precise/precise_fit.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include "precise/precise_limits.h"
+#include "precise/shape_problems.h"
+#include "precise/starts.h"
+
+namespace metrofit::precise {
+namespace {
+
+// Spread of the points (rms, relative to the size of their coordinates) below which they are
+// one point.
+constexpr double kCoincidentSpread = 1e-12;
+// Thickness over extent below which the points lie on a line or in a plane.
+constexpr double kFlatRatio = 1e-9;
+// Reciprocal condition of the scaled normal matrix at the solution below which the points do
+// not determine the parameters.
+constexpr double kRankReciprocal = 1e-14;
+
+const char* Word(Shape shape) {
+  switch (shape) {
+    case Shape::kLine:
+      return "line";
+    case Shape::kPlane:
+      return "plane";
+    case Shape::kCircle:
+      return "circle";
+    case Shape::kSphere:
+      return "sphere";
+    case Shape::kCylinder:
+      return "cylinder";
+    case Shape::kCone:
+      return "cone";
+    case Shape::kEllipse:
+      return "ellipse";
+    case Shape::kParaboloid:
+      return "paraboloid";
+    case Shape::kSpheroid:
+      return "spheroid";
+    case Shape::kTorus:
+      return "torus";
+  }
+  return "feature";
+}
+
+bool NeedsVolume(Shape shape) {
+  return shape == Shape::kSphere || shape == Shape::kCylinder || shape == Shape::kCone ||
+         shape == Shape::kTorus || shape == Shape::kSpheroid || shape == Shape::kParaboloid;
+}
+
+// A message when the point cloud cannot determine the shape, else empty.
+std::string Degeneracy(Shape shape, const PointStats& st) {
+  const double size = std::max(1.0, st.centroid.Length());
+  const std::string what = std::string(" a ") + Word(shape) + " is not determined";
+  if (!(st.scale > kCoincidentSpread * size)) return "all points coincide:" + what;
+  if (shape != Shape::kLine && !(st.lineSpread > kFlatRatio * st.scale)) {
+    return "all points lie on one line:" + what;
+  }
+  if (NeedsVolume(shape) && !(st.planeSpread > kFlatRatio * st.scale)) {
+    return "all points lie in one plane:" + what;
+  }
+  return std::string();
+}
+
+struct Outcome {
+  Status status = Status::kOk;
+  std::string message;
+  Feature feature;
+  int iterations = 0;
+};
+
+// The sense of an axis: that of the caller's axis if one was given, else its largest component
+// positive.
+void Orient(const Vec3* given, Vec3* axis) {
+  double ref;
+  if (given != nullptr) {
+    ref = given->Dot(*axis);
+  } else {
+    const double ax = std::fabs(axis->x), ay = std::fabs(axis->y), az = std::fabs(axis->z);
+    ref = ax >= ay && ax >= az ? axis->x : (ay >= az ? axis->y : axis->z);
+  }
+  if (ref < 0.0) *axis = -*axis;
+}
+
+const Vec3* GivenAxis(const Request& r, Vec3* storage) {
+  const std::vector<double>* v = FindNamed(r.fixed, "axis");
+  if (v == nullptr) v = FindNamed(r.start, "axis");
+  if (v == nullptr) return nullptr;
+  *storage = Vec3((*v)[0], (*v)[1], (*v)[2]);
+  if (!(storage->Length() > 0.0)) return nullptr;
+  storage->Normalize();
+  return storage;
+}
+
+// A start with the caller's start and fixed values put in.
+Feature Prepared(const Request& r, Feature f, const Vec3* given) {
+  if (r.shape != Shape::kCone) Orient(given, &f.axis);
+  ApplyNamed(r.start, &f);
+  ApplyNamed(r.fixed, &f);
+  return f;
+}
+
+bool Better(const Solution& a, const Solution& b) {
+  if (a.converged != b.converged) return a.converged;
+  return a.sum < b.sum;
+}
+
+// One stage from the best of several starts.
+Solution Solve(const Request& r, const PointStats& st, const Holds& holds, Stage stage,
+               const std::vector<Feature>& starts, const Vec3* given, int maxIterations,
+               int* iterations) {
+  const Problem problem = MakeProblem(r, st, holds, stage);
+  const AccumulateFn acc = AccumulatorFor(r.shape, stage);
+  const bool pivotAtApex = r.shape == Shape::kCone && holds.center;
+  const double offset = stage == Stage::kCirclePlane ? 0.0 : r.probe_radius;
+  Solution best;
+  bool have = false;
+  for (const Feature& f : starts) {
+    const State s = StateFromFeature(Prepared(r, f, given), st.centroid, offset, pivotAtApex);
+    Solution sol = Minimise(problem, acc, s, maxIterations);
+    *iterations += sol.iterations;
+    if (!std::isfinite(sol.sum)) continue;
+    if (!have || Better(sol, best)) best = sol;
+    have = true;
+  }
+  if (!have) best.sum = NAN;
+  return best;
+}
+
+// The circle: its least-squares plane, then the circle of the points in that plane.
+Solution SolveCircle(const Request& r, const PointStats& st, const Holds& holds, const Vec3* given,
+                     int maxIterations, Outcome* out, Solution* plane) {
+  const std::vector<Feature> starts = StartCandidates(r, st, given);
+  *plane = Solve(r, st, holds, Stage::kCirclePlane, starts, given, maxIterations, &out->iterations);
+  if (!std::isfinite(plane->sum)) return *plane;
+  Vec3 normal = plane->state.u;
+  std::vector<Feature> circleStart = StartCandidates(r, st, &normal);
+  for (Feature& f : circleStart) {
+    f.axis = normal;
+    // The algebraic centre lies in the plane through the centroid; put it in the fitted plane.
+    f.center -= normal * normal.Dot(f.center - plane->state.c);
+  }
+  Solution sol =
+      Solve(r, st, holds, Stage::kWhole, circleStart, &normal, maxIterations, &out->iterations);
+  return sol;
+}
+
+std::string Undetermined(Shape shape) {
+  return std::string("the points do not determine every parameter of the ") + Word(shape) +
+         " (singular normal equations at the solution)";
+}
+
+Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
+  Outcome out;
+  const Holds holds = HoldsOf(r);
+  Vec3 axisStorage;
+  const Vec3* given = GivenAxis(r, &axisStorage);
+  Solution plane;
+  Solution sol;
+  if (r.shape == Shape::kCircle) {
+    sol = SolveCircle(r, st, holds, given, maxIterations, &out, &plane);
+  } else {
+    sol = Solve(r, st, holds, Stage::kWhole, StartCandidates(r, st, given), given, maxIterations,
+                &out.iterations);
+  }
+  if (!std::isfinite(sol.sum)) {
+    out.status = Status::kFailed;
+    out.message = std::string("no start of the ") + Word(r.shape) + " led to a finite fit";
+    return out;
+  }
+  out.feature = FeatureFromState(r.shape, sol.state, st.centroid);
+  if (r.shape == Shape::kCone && out.feature.size[0] < 0.0) {
+    out.feature.axis = -out.feature.axis;
+    out.feature.size[0] = -out.feature.size[0];
+  }
+  if (r.shape != Shape::kCone && !(r.shape == Shape::kPlane && r.probe_radius != 0.0)) {
+    Orient(given, &out.feature.axis);
+  }
+  const bool planeOk =
+      r.shape != Shape::kCircle ||
+      (plane.normal.p == 0 || ScaledConditionReciprocal(plane.normal) >= kRankReciprocal);
+  if (!planeOk || (sol.normal.p > 0 && ScaledConditionReciprocal(sol.normal) < kRankReciprocal)) {
+    out.status = Status::kDegenerate;
+    out.message = Undetermined(r.shape);
+  } else if (!sol.converged || (r.shape == Shape::kCircle && !plane.converged)) {
+    out.status = Status::kNotConverged;
+    out.message = "the iteration stopped on its limit before converging; best estimate returned";
+  }
+  return out;
+}
+
+}  // namespace
+
+FitResult FitPreciseLimited(const Request& request, int maxIterations) {
+  FitResult result;
+  result.shape = request.shape;
+  result.method = Method::kPrecise;
+  result.valid = false;
+  if (request.shape == Shape::kLine && request.probe_radius != 0.0) {
+    result.status = Status::kInvalidOption;
+    result.message = "a probe radius has no meaning for a line: it must be 0";
+    return result;
+  }
+  if (AccumulatorFor(request.shape, Stage::kWhole) == nullptr) {
+    result.status = Status::kUnsupported;
+    result.message = std::string("the precise ") + Word(request.shape) + " fit is not available";
+    return result;
+  }
+  const PointStats st = ComputeStats(request.xyz, request.count);
+  const std::string degenerate = Degeneracy(request.shape, st);
+  if (!degenerate.empty()) {
+    result.status = Status::kDegenerate;
+    result.message = degenerate;
+    return result;
+  }
+  const Outcome out = FitShape(request, st, maxIterations);
+  result.status = out.status;
+  result.message = out.message;
+  result.iterations = out.iterations;
+  if (out.status == Status::kFailed) return result;
+  Describe(request, out.feature, result);
+  result.valid = out.status == Status::kOk;
+  return result;
+}
+
+FitResult FitPrecise(const Request& request) {
+  return FitPreciseLimited(request, kMaxIterations);
+}
+
+}  // namespace metrofit::precise

@@ -1,0 +1,215 @@
+#include "precise/starts.h"
+
+#include <cmath>
+#include <cstdint>
+
+#include "metrofit.h"
+#include "precise/local_frame.h"
+
+namespace metrofit::precise {
+namespace {
+
+// The binary-interface fits that give starts see at most this many points.
+constexpr std::size_t kSubsampleSize = 2000;
+// Smallest tangent of a cone's half angle used as a start (a nearly cylindrical start).
+constexpr double kMinConeSlope = 1e-3;
+
+struct Circle2 {
+  Vec3 centre;
+  double radius = 0.0;
+  bool ok = false;
+};
+
+Vec3 PointAt(const double* xyz, std::size_t k) {
+  return Vec3(xyz[3 * k], xyz[3 * k + 1], xyz[3 * k + 2]);
+}
+
+// Algebraic circle of the points projected onto the plane through s.c across s.u.
+Circle2 ProjectedCircle(const Request& r, const State& s) {
+  double a[4][4] = {}, b[4] = {};
+  for (std::size_t k = 0; k < r.count; ++k) {
+    double q[3];
+    ToLocal(s, r.xyz + 3 * k, q);
+    const double row[3] = {q[0], q[1], 1.0}, w = q[0] * q[0] + q[1] * q[1];
+    for (int i = 0; i < 3; ++i) {
+      for (int j = 0; j < 3; ++j) a[i][j] += row[i] * row[j];
+      b[i] += row[i] * w;
+    }
+  }
+  Circle2 c;
+  if (!SolveSmall(3, a, b)) return c;
+  const double x = 0.5 * b[0], y = 0.5 * b[1], r2 = b[2] + x * x + y * y;
+  c.centre = s.c + s.e1 * x + s.e2 * y;
+  c.radius = std::sqrt(std::fabs(r2));
+  c.ok = std::isfinite(c.radius) && r2 > 0.0;
+  return c;
+}
+
+Feature Make(Shape shape, const Vec3& centre, const Vec3& axis, double s0, double s1) {
+  Feature f;
+  f.shape = shape;
+  f.center = centre;
+  f.axis = axis;
+  f.size[0] = s0;
+  f.size[1] = s1;
+  return f;
+}
+
+Feature SphereStart(const Request& r, const PointStats& st) {
+  double a[4][4] = {}, b[4] = {};
+  for (std::size_t k = 0; k < r.count; ++k) {
+    const Vec3 d = PointAt(r.xyz, k) - st.centroid;
+    const double row[4] = {d.x, d.y, d.z, 1.0}, w = d.Dot(d);
+    for (int i = 0; i < 4; ++i) {
+      for (int j = 0; j < 4; ++j) a[i][j] += row[i] * row[j];
+      b[i] += row[i] * w;
+    }
+  }
+  Vec3 c = st.centroid;
+  double radius = st.scale;
+  if (SolveSmall(4, a, b)) {
+    const Vec3 m(0.5 * b[0], 0.5 * b[1], 0.5 * b[2]);
+    c = st.centroid + m;
+    radius = std::sqrt(std::fabs(b[3] + m.Dot(m)));
+  }
+  return Make(Shape::kSphere, c, Vec3(0, 0, 1), radius - r.probe_radius, 0.0);
+}
+
+// Cone about an axis direction: the projected circle places the axis, then the line
+// rho = r0 + h tan(phi) through the (h, rho) pairs gives the angle and its sense.
+bool ConeStart(const Request& r, const PointStats& st, const Vec3& axis, Feature* out) {
+  const Circle2 circ = ProjectedCircle(r, FrameAround(st.centroid, axis));
+  if (!circ.ok) return false;
+  const State s = FrameAround(circ.centre, axis);
+  double sh = 0, sr = 0, shh = 0, shr = 0;
+  for (std::size_t k = 0; k < r.count; ++k) {
+    double q[3];
+    ToLocal(s, r.xyz + 3 * k, q);
+    const double rho = std::hypot(q[0], q[1]);
+    sh += q[2];
+    sr += rho;
+    shh += q[2] * q[2];
+    shr += q[2] * rho;
+  }
+  const double n = static_cast<double>(r.count);
+  const double var = shh - sh * sh / n;
+  double slope = var > 0.0 ? (shr - sh * sr / n) / var : 0.0;
+  Vec3 u = axis;
+  if (slope < 0.0) {
+    u = -u;
+    slope = -slope;
+  }
+  slope = std::fmax(slope, kMinConeSlope);
+  // The radius at the mean height, then down the slope to the apex.
+  const double rMean = sr / n;
+  const Vec3 mean = s.c + axis * (sh / n);
+  *out = Make(Shape::kCone, mean - u * (rMean / slope), u, std::atan(slope), 0.0);
+  return true;
+}
+
+// The binary interface's fit of a deterministic subsample; false when it fails.
+bool SubsampleFit(const Request& r, std::int32_t (*fit)(CFitInput&, CFitResult&), CFitResult* out) {
+  CFitInput in;
+  const std::size_t stride = (r.count + kSubsampleSize - 1) / kSubsampleSize;
+  in.m_points.reserve(r.count / stride + 1);
+  for (std::size_t k = 0; k < r.count; k += stride) in.m_points.push_back(PointAt(r.xyz, k));
+  if (fit(in, *out) == 0 || out->m_valid == 0) return false;
+  return std::isfinite(out->m_center.x + out->m_center.y + out->m_center.z) &&
+         out->m_axis.Length() > 0.0;
+}
+
+void CylinderStarts(const Request& r, const PointStats& st, const Vec3* hint,
+                    std::vector<Feature>* out) {
+  for (int i = 0; i < 3; ++i) {
+    const Vec3 axis = hint != nullptr ? *hint : st.direction[2 - i];
+    const Circle2 c = ProjectedCircle(r, FrameAround(st.centroid, axis));
+    if (c.ok) out->push_back(Make(Shape::kCylinder, c.centre, axis, c.radius - r.probe_radius, 0));
+    if (hint != nullptr) return;
+  }
+  CFitResult abi;
+  if (SubsampleFit(r, &KFitCylinder, &abi)) {
+    Vec3 axis = abi.m_axis;
+    out->push_back(
+        Make(Shape::kCylinder, abi.m_center, axis.Normalize(), abi.m_size1.x - r.probe_radius, 0));
+  }
+}
+
+void ConeStarts(const Request& r, const PointStats& st, const Vec3* hint,
+                std::vector<Feature>* out) {
+  for (int i = 0; i < 3; ++i) {
+    Feature f;
+    if (ConeStart(r, st, hint != nullptr ? *hint : st.direction[2 - i], &f)) out->push_back(f);
+    if (hint != nullptr) return;
+  }
+  CFitResult abi;
+  if (SubsampleFit(r, &KFitCone, &abi) && std::isfinite(abi.m_size2.z) && abi.m_size2.z != 0.0) {
+    // Slope k: axial rise per unit of radius, the cone opening towards +axis for k > 0.
+    Vec3 axis = abi.m_axis;
+    axis.Normalize();
+    const double k = abi.m_size2.z;
+    out->push_back(
+        Make(Shape::kCone, abi.m_center, k > 0 ? axis : -axis, std::atan(1.0 / std::fabs(k)), 0));
+  }
+}
+
+void TorusStarts(const Request& r, const PointStats& st, const Vec3* hint,
+                 std::vector<Feature>* out) {
+  const Vec3 axis = hint != nullptr ? *hint : st.direction[0];
+  const Circle2 c = ProjectedCircle(r, FrameAround(st.centroid, axis));
+  if (c.ok) {
+    const State s = FrameAround(c.centre, axis);
+    double tube = 0.0;
+    for (std::size_t k = 0; k < r.count; ++k) {
+      double q[3];
+      ToLocal(s, r.xyz + 3 * k, q);
+      tube += std::hypot(std::hypot(q[0], q[1]) - c.radius, q[2]);
+    }
+    tube /= static_cast<double>(r.count);
+    out->push_back(Make(Shape::kTorus, c.centre, axis, c.radius, tube - r.probe_radius));
+  }
+  if (hint != nullptr) return;
+  CFitResult abi;
+  if (SubsampleFit(r, &KFitTorus, &abi) && abi.m_size1.y > 0.0 && abi.m_size1.z > 0.0) {
+    Vec3 a = abi.m_axis;
+    out->push_back(Make(Shape::kTorus, abi.m_center, a.Normalize(), abi.m_size1.y,
+                        abi.m_size1.z - r.probe_radius));
+  }
+}
+
+}  // namespace
+
+std::vector<Feature> StartCandidates(const Request& r, const PointStats& st, const Vec3* hint) {
+  std::vector<Feature> out;
+  const Vec3 normal = hint != nullptr ? *hint : st.direction[0];
+  switch (r.shape) {
+    case Shape::kLine:
+      out.push_back(Make(r.shape, st.centroid, hint != nullptr ? *hint : st.direction[2], 0, 0));
+      break;
+    case Shape::kPlane:
+      out.push_back(Make(r.shape, st.centroid, normal, 0, 0));
+      break;
+    case Shape::kCircle: {
+      const Circle2 c = ProjectedCircle(r, FrameAround(st.centroid, normal));
+      out.push_back(Make(r.shape, c.ok ? c.centre : st.centroid, normal,
+                         (c.ok ? c.radius : st.scale) - r.probe_radius, 0));
+      break;
+    }
+    case Shape::kSphere:
+      out.push_back(SphereStart(r, st));
+      break;
+    case Shape::kCylinder:
+      CylinderStarts(r, st, hint, &out);
+      break;
+    case Shape::kCone:
+      ConeStarts(r, st, hint, &out);
+      break;
+    case Shape::kTorus:
+      TorusStarts(r, st, hint, &out);
+      break;
+    default:
+      break;
+  }
+  return out;
+}
+
+}  // namespace metrofit::precise
