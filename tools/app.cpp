@@ -128,8 +128,21 @@ int RunFile(const std::string& file, const Options& options, std::istream& in, s
   return WriteOutputFiles(fit, options, err);
 }
 
+// The KFit* functions compensate the probe radius only for the paraboloid and torus; the
+// compatible method returns what they return, so a radius given for another shape is ignored.
+void NoteUncompensatedProbeRadius(const FitOptions& fit, std::ostream& err) {
+  if (fit.method != Method::kCompatible || fit.probe_radius == 0.0 ||
+      fit.shape == Shape::kParaboloid || fit.shape == Shape::kTorus) {
+    return;
+  }
+  err << "metrofit: note: the compatible " << ToString(fit.shape)
+      << " fit does not compensate the probe radius; the result describes the surface of the "
+         "probe centres\n";
+}
+
 int RunFiles(const Options& options, std::istream& in, std::ostream& out, std::ostream& err,
              const Environment& environment) {
+  NoteUncompensatedProbeRadius(options.fit, err);
   int worst = kExitOk;
   int tables = 0;
   for (const std::string& file : options.files) {

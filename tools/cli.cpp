@@ -53,7 +53,8 @@ const char* ShapeSummary(Shape shape) {
     case Shape::kCone:
       return "cone; center: the apex, axis: towards the opening, half_angle in rad";
     case Shape::kEllipse:
-      return "ellipse in a plane; axis: the normal; semi_axes: major, minor";
+      return "ellipse in a plane (precise method only); axis: the\n"
+             "              normal; semi_axes: major, minor";
     case Shape::kParaboloid:
       return "paraboloid of revolution; center: the vertex, axis: towards the opening";
     case Shape::kSpheroid:
@@ -90,7 +91,7 @@ std::string ShapesHelp() {
 }
 
 std::string Footer() {
-  return "\nSHAPE and the names of its parameters, as --fix and --start take them (center,\n"
+  return "SHAPE and the names of its parameters, as --fix and --start take them (center,\n"
          "axis and major_direction hold X,Y,Z, semi_axes two values, the others one):\n" +
          ShapesHelp() +
          "\n"
@@ -128,7 +129,7 @@ struct RawArguments {
   std::string method = "precise";
   std::vector<std::string> fix;
   std::vector<std::string> start;
-  std::string probe_radius;
+  std::string probe_radius = "0";
   std::string format = "auto";
   std::string columns;
   std::vector<std::string> retired[std::size(kRetiredOptions)];
@@ -144,32 +145,42 @@ void AddFitOptions(CLI::App* fit, RawArguments* raw, Options* options) {
   fit->add_option("SHAPE", raw->shape, "the shape to fit (see below)")->required();
   fit->add_option("FILE", raw->files, "point files; '-' is standard input")->required();
   fit->add_option("--method", raw->method,
-                  "precise (default): the orthogonal-distance least-squares fit, iterated to\n"
-                  "full precision, with standard uncertainties; compatible: exactly what the\n"
+                  "precise (default): the orthogonal-distance least-\n"
+                  "squares fit to full precision, with standard\n"
+                  "uncertainties; compatible: exactly what the\n"
                   "library's KFit* function returns (no planar ellipse)")
       ->type_name("METHOD");
   Repeatable(fit, "--fix", &raw->fix, "NAME=V[,V...]",
-             "hold parameter NAME at the value, e.g. radius=10 or axis=0,0,1 (repeatable)");
+             "hold parameter NAME at the value, e.g. radius=10\n"
+             "or axis=0,0,1 (repeatable)");
   Repeatable(fit, "--start", &raw->start, "NAME=V[,V...]",
-             "start the fit from this value of NAME (a nominal value; repeatable)");
+             "start the fit from this value of NAME, a nominal\n"
+             "value (repeatable)");
   fit->add_option("--probe-radius", raw->probe_radius,
-                  "radius of the probe ball whose centres FILE holds; the fit describes\n"
-                  "the surface the ball touched (default 0: points on the surface)")
+                  "radius of the probe ball whose centres FILE holds:\n"
+                  "positive where the centres lie outside the surface\n"
+                  "(a shaft, a ball), negative inside (a bore). The\n"
+                  "precise method reports the surface the ball\n"
+                  "touched; the compatible one compensates only as\n"
+                  "its KFit* function does (paraboloid and torus).\n"
+                  "Default 0: the points are on the surface")
       ->type_name("R");
   fit->add_option("--units", options->units,
-                  "name of the length unit in the output (default mm; no conversion)")
+                  "name of the length unit in the output (default mm;\n"
+                  "nothing is converted)")
       ->type_name("LABEL");
   fit->add_flag("--json", options->json, "print each result as one line of JSON");
   fit->add_flag("--json-deviations", options->json_deviations,
-                "with --json: also the signed deviation and residual vector of every point");
+                "with --json: also the signed deviation and the\n"
+                "residual vector of every point");
   fit->add_option("--deviations", options->deviations,
-                  "write x,y,z and the signed deviation of every point of a valid fit to a\n"
-                  "CSV file (see output file names below)")
+                  "write x,y,z and the signed deviation of every\n"
+                  "point of a valid fit to a CSV file")
       ->type_name("FILE.csv");
-  fit->add_option("--report", options->report, "write an HTML report of the fit")
+  fit->add_option("--report", options->report, "write an HTML report of a valid fit")
       ->type_name("FILE.html");
   fit->add_option("--format", raw->format, kFormatHelp)->type_name("FORMAT");
-  fit->add_option("--columns", raw->columns, "the x, y and z columns of FILE, 1-based")
+  fit->add_option("--columns", raw->columns, "the x, y and z columns of FILE, from 1")
       ->type_name("X,Y,Z");
   fit->add_flag("--decimal-comma", options->input.decimal_comma,
                 "FILE writes numbers with a decimal comma");
@@ -192,11 +203,8 @@ Method CheckedMethod(const std::string& name) {
 }
 
 double CheckedProbeRadius(const std::string& text) {
-  if (text.empty()) return 0.0;
   const std::optional<double> value = ParseNumber(text);
-  if (!value || *value < 0.0) {
-    throw UsageError("--probe-radius needs a finite number >= 0, not '" + text + "'");
-  }
+  if (!value) throw UsageError("--probe-radius needs a finite number, not '" + text + "'");
   return *value;
 }
 
@@ -393,6 +401,10 @@ std::string OutputPath(const std::string& pattern, const std::string& file) {
 }
 
 Options ParseArguments(const std::vector<std::string>& args) {
+  // CLI11 would only say that a subcommand is required.
+  if (!args.empty() && args[0] != "fit" && !args[0].empty() && args[0][0] != '-') {
+    throw UsageError("unknown command '" + args[0] + "' (the command is fit)");
+  }
   Parser parser;
   // CLI11 takes the arguments in reverse order.
   std::vector<std::string> reversed(args.rbegin(), args.rend());
@@ -412,7 +424,7 @@ Options ParseArguments(const std::vector<std::string>& args) {
 
 std::string HelpText() {
   Parser parser;
-  return parser.fit->help();
+  return parser.fit->help("metrofit");
 }
 
 std::string VersionText() {

@@ -5,7 +5,15 @@
 namespace metrofit::cli {
 
 ProgressNotice::ProgressNotice(std::ostream& err, std::string line, std::chrono::milliseconds delay)
-    : err_(err), line_(std::move(line)), watcher_([this, delay] { Watch(delay); }) {}
+    : err_(err), line_(std::move(line)) {
+  // No delay: announce before the work starts, without a watcher.
+  if (delay.count() <= 0) {
+    err_ << line_ << '\n' << std::flush;
+    printed_ = true;
+    return;
+  }
+  watcher_ = std::thread([this, delay] { Watch(delay); });
+}
 
 ProgressNotice::~ProgressNotice() {
   Stop();

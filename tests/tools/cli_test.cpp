@@ -113,7 +113,8 @@ TEST(CliArguments, HelpAndVersionAreTextToPrint) {
 
 TEST(CliArguments, MissingOrUnknownWords) {
   EXPECT_TRUE(Contains(UsageMessage({}), "subcommand is required")) << UsageMessage({});
-  EXPECT_TRUE(Contains(UsageMessage({"solve", "sphere", "p.txt"}), "solve"));
+  EXPECT_EQ(UsageMessage({"solve", "sphere", "p.txt"}),
+            "unknown command 'solve' (the command is fit)");
   EXPECT_TRUE(Contains(UsageMessage({"fit"}), "SHAPE is required"));
   EXPECT_TRUE(Contains(UsageMessage({"fit", "sphere"}), "FILE is required"));
   EXPECT_EQ(UsageMessage({"fit", "Sphere", "a.txt"}),
@@ -131,12 +132,14 @@ TEST(CliArguments, MethodIsPreciseOrCompatible) {
             "--method takes precise or compatible, not 'exact'");
 }
 
-TEST(CliArguments, ProbeRadiusMustBeAFiniteNonNegativeNumber) {
-  for (const char* bad : {"abc", "-1", "nan", "inf", "1e999", "2mm", "0x10", " 1"}) {
+TEST(CliArguments, ProbeRadiusMustBeAFiniteNumber) {
+  for (const char* bad : {"abc", "nan", "inf", "1e999", "2mm", "0x10", " 1", ""}) {
     EXPECT_EQ(UsageMessage(Fit("torus", {"--probe-radius", bad})),
-              std::string("--probe-radius needs a finite number >= 0, not '") + bad + "'");
+              std::string("--probe-radius needs a finite number, not '") + bad + "'");
   }
   EXPECT_EQ(ParseArguments(Fit("torus", {"--probe-radius", "0"})).fit.probe_radius, 0.0);
+  // Negative: the probe touched from inside, as in a bore.
+  EXPECT_EQ(ParseArguments(Fit("cylinder", {"--probe-radius", "-1.5"})).fit.probe_radius, -1.5);
 }
 
 TEST(CliArguments, NamedValuesUseTheShapesParameterNames) {

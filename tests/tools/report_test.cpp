@@ -153,7 +153,8 @@ TEST(CliReport, JsonIsOneLineWithEveryFieldOfTheResult) {
   ASSERT_EQ(line.find('\n'), line.size() - 1) << line;
   EXPECT_TRUE(JsonSyntax::Valid(line)) << line;
   const Json json = Json::parse(line);
-  EXPECT_EQ(json.begin().key(), "schema");  // first, so a reader sees it before anything else
+  // First, so that a reader sees it before anything else.
+  EXPECT_EQ(nlohmann::ordered_json::parse(line).begin().key(), "schema");
   EXPECT_EQ(json["schema"], "metrofit.fit/1");
   EXPECT_EQ(json["file"], kFile);
   EXPECT_EQ(json["units"], (Json{{"length", "mm"}, {"angle", "rad"}}));
