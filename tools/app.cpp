@@ -98,7 +98,7 @@ int WriteOutputFiles(const FileFit& fit, const Options& options, std::ostream& e
 
 void SayNotValid(const FileFit& fit, std::ostream& err) {
   err << "metrofit: " << fit.file << ": no valid " << ToString(fit.result.shape) << " fit ("
-      << ToString(fit.result.status) << ")";
+      << StatusText(fit.result.status) << ")";
   if (!fit.result.message.empty()) err << ": " << fit.result.message;
   err << '\n';
 }

@@ -72,8 +72,7 @@ Rows TableRows(const FitReport& report) {
   rows.emplace_back("max deviation", LengthText(r.max_deviation, report.units));
   rows.emplace_back("form error", LengthText(r.form_error, report.units));
   rows.emplace_back("iterations", std::to_string(r.iterations));
-  rows.emplace_back("status",
-                    std::string(ToString(r.status)) + (r.message.empty() ? "" : ": " + r.message));
+  rows.emplace_back("status", StatusText(r.status) + (r.message.empty() ? "" : ": " + r.message));
   return rows;
 }
 
@@ -113,6 +112,12 @@ void PutShapeFields(const FitResult& r, nlohmann::ordered_json* json) {
 }
 
 }  // namespace
+
+std::string StatusText(Status status) {
+  std::string text = ToString(status);
+  std::replace(text.begin(), text.end(), '_', ' ');
+  return text;
+}
 
 std::string TableNumber(double value) {
   // The C library may print a sign on NaN; it means nothing there.

@@ -38,6 +38,9 @@ void WriteJson(std::ostream& out, const FitReport& report, bool with_points);
 void WriteDeviationsCsv(std::ostream& out, const std::vector<Point>& points,
                         const FitResult& result);
 
+// The status for a reader: "too few points" for too_few_points.
+std::string StatusText(Status status);
+
 // A number for the table: fixed six decimals (sub-micrometre in millimetres).
 std::string TableNumber(double value);
 // A number in its shortest form that reads back exactly.

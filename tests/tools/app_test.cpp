@@ -195,11 +195,8 @@ TEST(CliRun, AnEmptyFileIsNotAValidFit) {
   const Outcome o = RunTool({"fit", "sphere", file.path()});
   EXPECT_EQ(o.status, kExitFitNotValid);
   EXPECT_EQ(o.out, "");  // no table that could be taken for a result
-  EXPECT_EQ(o.err.rfind("metrofit: " + file.path() + ": no valid sphere fit (" +
-                            metrofit::ToString(Status::kTooFewPoints) + ")",
-                        0),
-            0u)
-      << o.err;
+  const std::string reason = ": no valid sphere fit (too few points): a sphere needs at least";
+  EXPECT_EQ(o.err.rfind("metrofit: " + file.path() + reason, 0), 0u) << o.err;
 }
 
 TEST(CliRun, TooFewPointsForTheShapeAreNotAValidFit) {
@@ -208,7 +205,7 @@ TEST(CliRun, TooFewPointsForTheShapeAreNotAValidFit) {
     const Outcome o = RunTool({"fit", "sphere", "-"}, PointText(SpherePoints(int(count))));
     EXPECT_EQ(o.status, kExitFitNotValid);
     EXPECT_EQ(o.out, "");
-    EXPECT_TRUE(Contains(o.err, metrofit::ToString(Status::kTooFewPoints))) << o.err;
+    EXPECT_TRUE(Contains(o.err, "no valid sphere fit (too few points)")) << o.err;
   }
 }
 

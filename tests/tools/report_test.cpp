@@ -84,6 +84,12 @@ std::string JsonLine(const FitResult& r, bool with_points = false,
   return out.str();
 }
 
+TEST(CliReport, StatusTextIsForReaders) {
+  EXPECT_EQ(metrofit::cli::StatusText(Status::kOk), "ok");
+  EXPECT_EQ(metrofit::cli::StatusText(Status::kTooFewPoints), "too few points");
+  EXPECT_EQ(metrofit::cli::StatusText(Status::kNotConverged), "not converged");
+}
+
 TEST(CliReport, TableNumbersHaveSixDecimals) {
   EXPECT_EQ(TableNumber(5.0), "5.000000");
   EXPECT_EQ(TableNumber(-148.7161234567), "-148.716123");
