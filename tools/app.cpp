@@ -17,7 +17,7 @@ namespace metrofit::cli {
 namespace {
 
 // INTEGRATION POINT for the HTML report (tools/html_report.h): once the writer is in the
-// build, this becomes true and WriteHtmlReport below calls it.
+// build, this becomes true and HtmlReport below calls it. Until then Run refuses --report.
 constexpr bool kHtmlReportAvailable = false;
 
 // What one FILE gave: its points and the fit.
@@ -27,7 +27,8 @@ struct FileFit {
   FitResult result;
 };
 
-void WriteHtmlReport(std::ostream& out, const FileFit& fit, const Options& options) {
+// The HTML report of a valid fit, written to the --report file.
+void HtmlReport(std::ostream& out, const FileFit& fit, const Options& options) {
   // INTEGRATION POINT: WriteHtmlReport(out, ReportInput{fit.file, options.units, fit.points,
   // fit.result}) from tools/html_report.h.
   static_cast<void>(out);
@@ -90,7 +91,7 @@ int WriteOutputFiles(const FileFit& fit, const Options& options, std::ostream& e
   if (!options.report.empty() &&
       !WriteFile(
           OutputPath(options.report, fit.file),
-          [&](std::ostream& out) { WriteHtmlReport(out, fit, options); }, err)) {
+          [&](std::ostream& out) { HtmlReport(out, fit, options); }, err)) {
     return kExitInternal;
   }
   return kExitOk;
