@@ -18,6 +18,12 @@ namespace {
 // the map is smooth, so its truncation error (step^2) is far below what an uncertainty needs.
 constexpr double kReportStep = 1e-6;
 
+// Residual components the sum of squares holds: the line has two per point (the coordinates
+// across it), every other shape one.
+double Observations(const Request& r) {
+  return static_cast<double>(r.count) * (r.shape == Shape::kLine ? 2.0 : 1.0);
+}
+
 struct Spread {
   double sum = 0.0;
   double lo = std::numeric_limits<double>::infinity();
@@ -77,6 +83,17 @@ void FillGeometry(const Feature& f, FitResult& res) {
       res.major_radius = f.size[0];
       res.minor_radius = f.size[1];
       break;
+    case Shape::kEllipse:
+      res.major_direction =
+          std::array<double, 3>{f.major_direction.x, f.major_direction.y, f.major_direction.z};
+      res.semi_axes = std::array<double, 2>{f.size[0], f.size[1]};
+      break;
+    case Shape::kSpheroid:
+      res.semi_axes = std::array<double, 2>{f.size[0], f.size[1]};
+      break;
+    case Shape::kParaboloid:
+      res.focal_length = f.size[0];
+      break;
     default:
       break;
   }
@@ -95,7 +112,7 @@ bool AddStageVariance(const Request& r, const PointStats& st, const State& s, St
   if (ne.p == 0) return true;
   double c[kLocalCount][kLocalCount];
   if (!Cofactor(ne, c)) return false;
-  const double dof = static_cast<double>(r.count) - ne.p;
+  const double dof = Observations(r) - ne.p;
   const double sigma2 = dof > 0.0 ? *sum / dof : 0.0;
   double g[kReportCount][kLocalCount];
   for (int j = 0; j < ne.p; ++j) {
@@ -122,15 +139,12 @@ void FillParameters(const Request& r, const Feature& f, const double var[kReport
                     bool determined, FitResult& res) {
   double value[kReportCount];
   ReportValues(f, value);
-  // The report layout: center at 0, axis at 3, sizes from 6.
-  int first = 0;
   for (const std::string& name : PreciseParameterNames(r.shape)) {
-    const int len = name == "center" || name == "axis" ? 3 : 1;
-    first = name == "center" ? 0 : (name == "axis" ? 3 : (first < 6 ? 6 : first + 1));
+    const ReportSlot slot = SlotOf(r.shape, name);
     Parameter p;
     p.name = name;
     const bool held = FindNamed(r.fixed, name.c_str()) != nullptr;
-    for (int k = first; k < first + len; ++k) {
+    for (int k = slot.first; k < slot.first + slot.count; ++k) {
       p.value.push_back(value[k]);
       const double u =
           determined ? std::sqrt(std::fmax(0.0, var[k])) : std::numeric_limits<double>::infinity();
@@ -168,7 +182,8 @@ void Describe(const Request& request, const Feature& feature, FitResult& result)
     determined = AddStageVariance(r, st, plane, Stage::kCirclePlane, var, &sum, &p);
   }
   determined = AddStageVariance(r, st, s, Stage::kWhole, var, &sum, &p) && determined;
-  result.sigma = n > p ? std::sqrt(sp.sum / (n - p)) : 0.0;
+  const double m = Observations(r);
+  result.sigma = m > p ? std::sqrt(sp.sum / (m - p)) : 0.0;
   result.parameters.clear();
   FillParameters(r, f, var, determined, result);
 }

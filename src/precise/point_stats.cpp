@@ -10,6 +10,21 @@ namespace {
 // Jacobi sweeps over the 3 x 3 matrix; convergence is quadratic, a handful suffice.
 constexpr int kJacobiSweeps = 50;
 
+// Distances from the principal line and plane, point by point.
+void MeasureSpreads(const double* xyz, std::size_t count, PointStats* st) {
+  double line = 0.0, plane = 0.0;
+  for (std::size_t k = 0; k < count; ++k) {
+    const Vec3 d = Vec3(xyz[3 * k], xyz[3 * k + 1], xyz[3 * k + 2]) - st->centroid;
+    const Vec3 across = d - st->direction[2] * d.Dot(st->direction[2]);
+    const double h = d.Dot(st->direction[0]);
+    line += across.Dot(across);
+    plane += h * h;
+  }
+  const double n = static_cast<double>(count);
+  st->lineSpread = std::sqrt(line / n);
+  st->planeSpread = std::sqrt(plane / n);
+}
+
 }  // namespace
 
 void SymmetricEigen3(const double m[3][3], double value[3], Vec3 vector[3]) {
@@ -52,39 +67,31 @@ void SymmetricEigen3(const double m[3][3], double value[3], Vec3 vector[3]) {
   }
 }
 
-PointStats ComputeStats(const double* xyz, std::size_t count) {
+PointStats ComputeStats(const double* xyz, std::size_t count, bool spreads) {
   PointStats st;
-  double sx = 0, sy = 0, sz = 0;
+  // One pass of sums about the first point: near the data, so the centred scatter loses
+  // nothing to the distance of the data from the origin.
+  const double o[3] = {xyz[0], xyz[1], xyz[2]};
+  double s[3] = {0, 0, 0}, m[3][3] = {};
   for (std::size_t k = 0; k < count; ++k) {
-    sx += xyz[3 * k];
-    sy += xyz[3 * k + 1];
-    sz += xyz[3 * k + 2];
-  }
-  const double n = static_cast<double>(count);
-  st.centroid = Vec3(sx / n, sy / n, sz / n);
-  double m[3][3] = {};
-  for (std::size_t k = 0; k < count; ++k) {
-    const double d[3] = {xyz[3 * k] - st.centroid.x, xyz[3 * k + 1] - st.centroid.y,
-                         xyz[3 * k + 2] - st.centroid.z};
+    const double d[3] = {xyz[3 * k] - o[0], xyz[3 * k + 1] - o[1], xyz[3 * k + 2] - o[2]};
     for (int i = 0; i < 3; ++i) {
+      s[i] += d[i];
       for (int j = i; j < 3; ++j) m[i][j] += d[i] * d[j];
     }
+  }
+  const double n = static_cast<double>(count);
+  const double mean[3] = {s[0] / n, s[1] / n, s[2] / n};
+  st.centroid = Vec3(o[0] + mean[0], o[1] + mean[1], o[2] + mean[2]);
+  for (int i = 0; i < 3; ++i) {
+    for (int j = i; j < 3; ++j) m[i][j] -= n * mean[i] * mean[j];
   }
   m[1][0] = m[0][1];
   m[2][0] = m[0][2];
   m[2][1] = m[1][2];
   SymmetricEigen3(m, st.eigenvalue, st.direction);
   st.scale = std::sqrt(std::max(0.0, (m[0][0] + m[1][1] + m[2][2]) / n));
-  double line = 0.0, plane = 0.0;
-  for (std::size_t k = 0; k < count; ++k) {
-    const Vec3 d = Vec3(xyz[3 * k], xyz[3 * k + 1], xyz[3 * k + 2]) - st.centroid;
-    const double h = d.Dot(st.direction[0]);
-    line += (d - st.direction[2] * d.Dot(st.direction[2]))
-                .Dot(d - st.direction[2] * d.Dot(st.direction[2]));
-    plane += h * h;
-  }
-  st.lineSpread = std::sqrt(line / n);
-  st.planeSpread = std::sqrt(plane / n);
+  if (spreads) MeasureSpreads(xyz, count, &st);
   return st;
 }
 

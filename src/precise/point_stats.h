@@ -16,12 +16,14 @@ struct PointStats {
   Vec3 direction[3];
   double scale = 0.0;  // root mean square distance from the centroid
   // Root mean square distances from the principal line and from the principal plane, measured
-  // point by point (the small eigenvalues themselves carry the rounding of the large one).
+  // point by point (the small eigenvalues themselves carry the rounding of the large one);
+  // measured only on request.
   double lineSpread = 0.0;
   double planeSpread = 0.0;
 };
 
-PointStats ComputeStats(const double* xyz, std::size_t count);
+// Centroid, principal directions and scale in one pass; the spreads (a second pass) on request.
+PointStats ComputeStats(const double* xyz, std::size_t count, bool spreads = false);
 
 // Eigen decomposition of a symmetric 3 x 3 matrix by Jacobi rotations, eigenvalues ascending.
 void SymmetricEigen3(const double m[3][3], double value[3], Vec3 vector[3]);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "precise/precise_limits.h"
 #include "precise/shape_problems.h"
@@ -16,9 +17,9 @@ namespace {
 constexpr double kCoincidentSpread = 1e-12;
 // Thickness over extent below which the points lie on a line or in a plane.
 constexpr double kFlatRatio = 1e-9;
-// Reciprocal condition of the scaled normal matrix at the solution below which the points do
-// not determine the parameters.
-constexpr double kRankReciprocal = 1e-14;
+// Above this many points the starts are made and compared on a subsample of about kScreenSize.
+constexpr std::size_t kScreenThreshold = 20000;
+constexpr std::size_t kScreenSize = 4000;
 
 const char* Word(Shape shape) {
   switch (shape) {
@@ -98,8 +99,12 @@ const Vec3* GivenAxis(const Request& r, Vec3* storage) {
 // A start with the caller's start and fixed values put in.
 Feature Prepared(const Request& r, Feature f, const Vec3* given) {
   if (r.shape != Shape::kCone) Orient(given, &f.axis);
+  const Vec3 opening = f.axis;
   ApplyNamed(r.start, &f);
   ApplyNamed(r.fixed, &f);
+  // A cone's axis sense is where it opens, which the start found from the data: a given axis
+  // names the line, not necessarily that sense.
+  if (r.shape == Shape::kCone && f.axis.Dot(opening) < 0.0) f.axis = -f.axis;
   return f;
 }
 
@@ -108,10 +113,10 @@ bool Better(const Solution& a, const Solution& b) {
   return a.sum < b.sum;
 }
 
-// One stage from the best of several starts.
-Solution Solve(const Request& r, const PointStats& st, const Holds& holds, Stage stage,
-               const std::vector<Feature>& starts, const Vec3* given, int maxIterations,
-               int* iterations) {
+// The best of several starts on these points.
+Solution SolveAll(const Request& r, const PointStats& st, const Holds& holds, Stage stage,
+                  const std::vector<Feature>& starts, const Vec3* given, int maxIterations,
+                  int* iterations) {
   const Problem problem = MakeProblem(r, st, holds, stage);
   const AccumulateFn acc = AccumulatorFor(r.shape, stage);
   const bool pivotAtApex = r.shape == Shape::kCone && holds.center;
@@ -130,11 +135,45 @@ Solution Solve(const Request& r, const PointStats& st, const Holds& holds, Stage
   return best;
 }
 
+// Every stride-th point, for comparing starts cheaply.
+std::vector<double> Subsample(const Request& r, std::size_t size) {
+  const std::size_t stride = (r.count + size - 1) / size;
+  std::vector<double> xyz;
+  xyz.reserve(3 * (r.count / stride + 1));
+  for (std::size_t k = 0; k < r.count; k += stride)
+    xyz.insert(xyz.end(), r.xyz + 3 * k, r.xyz + 3 * k + 3);
+  return xyz;
+}
+
+// One stage from the best of the starts of the request's shape. On many points the starts are
+// made and compared on a subsample, and only the winner is iterated on all the points: a poor
+// start then costs passes over a few thousand points, not over all.
+Solution SolveFromStarts(const Request& r, const PointStats& st, const Holds& holds,
+                         const Vec3* given, int maxIterations, int* iterations) {
+  if (r.count > kScreenThreshold) {
+    const std::vector<double> sub = Subsample(r, kScreenSize);
+    Request rs = r;
+    rs.xyz = sub.data();
+    rs.count = sub.size() / 3;
+    const PointStats ss = ComputeStats(rs.xyz, rs.count);
+    const std::vector<Feature> starts = StartCandidates(rs, ss, given);
+    const Solution screened =
+        SolveAll(rs, ss, holds, Stage::kWhole, starts, given, maxIterations, iterations);
+    if (std::isfinite(screened.sum)) {
+      const std::vector<Feature> best{FeatureFromState(r.shape, screened.state, ss.centroid)};
+      return SolveAll(r, st, holds, Stage::kWhole, best, given, maxIterations, iterations);
+    }
+  }
+  return SolveAll(r, st, holds, Stage::kWhole, StartCandidates(r, st, given), given, maxIterations,
+                  iterations);
+}
+
 // The circle: its least-squares plane, then the circle of the points in that plane.
 Solution SolveCircle(const Request& r, const PointStats& st, const Holds& holds, const Vec3* given,
                      int maxIterations, Outcome* out, Solution* plane) {
   const std::vector<Feature> starts = StartCandidates(r, st, given);
-  *plane = Solve(r, st, holds, Stage::kCirclePlane, starts, given, maxIterations, &out->iterations);
+  *plane =
+      SolveAll(r, st, holds, Stage::kCirclePlane, starts, given, maxIterations, &out->iterations);
   if (!std::isfinite(plane->sum)) return *plane;
   Vec3 normal = plane->state.u;
   std::vector<Feature> circleStart = StartCandidates(r, st, &normal);
@@ -144,7 +183,7 @@ Solution SolveCircle(const Request& r, const PointStats& st, const Holds& holds,
     f.center -= normal * normal.Dot(f.center - plane->state.c);
   }
   Solution sol =
-      Solve(r, st, holds, Stage::kWhole, circleStart, &normal, maxIterations, &out->iterations);
+      SolveAll(r, st, holds, Stage::kWhole, circleStart, &normal, maxIterations, &out->iterations);
   return sol;
 }
 
@@ -163,8 +202,7 @@ Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
   if (r.shape == Shape::kCircle) {
     sol = SolveCircle(r, st, holds, given, maxIterations, &out, &plane);
   } else {
-    sol = Solve(r, st, holds, Stage::kWhole, StartCandidates(r, st, given), given, maxIterations,
-                &out.iterations);
+    sol = SolveFromStarts(r, st, holds, given, maxIterations, &out.iterations);
   }
   if (!std::isfinite(sol.sum)) {
     out.status = Status::kFailed;
@@ -179,15 +217,15 @@ Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
   if (r.shape != Shape::kCone && !(r.shape == Shape::kPlane && r.probe_radius != 0.0)) {
     Orient(given, &out.feature.axis);
   }
-  const bool planeOk =
-      r.shape != Shape::kCircle ||
-      (plane.normal.p == 0 || ScaledConditionReciprocal(plane.normal) >= kRankReciprocal);
-  if (!planeOk || (sol.normal.p > 0 && ScaledConditionReciprocal(sol.normal) < kRankReciprocal)) {
+  const bool planeOk = r.shape != Shape::kCircle || plane.determined;
+  if (!planeOk || !sol.determined) {
     out.status = Status::kDegenerate;
     out.message = Undetermined(r.shape);
   } else if (!sol.converged || (r.shape == Shape::kCircle && !plane.converged)) {
     out.status = Status::kNotConverged;
-    out.message = "the iteration stopped on its limit before converging; best estimate returned";
+    out.message =
+        "the iteration stopped before converging (iteration limit, or no step lowered the sum of "
+        "squares any more); best estimate returned";
   }
   return out;
 }
@@ -209,7 +247,7 @@ FitResult FitPreciseLimited(const Request& request, int maxIterations) {
     result.message = std::string("the precise ") + Word(request.shape) + " fit is not available";
     return result;
   }
-  const PointStats st = ComputeStats(request.xyz, request.count);
+  const PointStats st = ComputeStats(request.xyz, request.count, true);
   const std::string degenerate = Degeneracy(request.shape, st);
   if (!degenerate.empty()) {
     result.status = Status::kDegenerate;

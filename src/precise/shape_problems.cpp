@@ -27,9 +27,25 @@ const char* SizeName(Shape shape, int i) {
       return i == 0 ? "half_angle" : nullptr;
     case Shape::kTorus:
       return i == 0 ? "major_radius" : "minor_radius";
+    case Shape::kEllipse:
+    case Shape::kSpheroid:
+      return "semi_axes";  // one name, two values
+    case Shape::kParaboloid:
+      return i == 0 ? "focal_length" : nullptr;
     default:
       return nullptr;
   }
+}
+
+// True when both sizes are the two values of one name (semi_axes).
+bool PairedSizes(Shape shape) {
+  const char* a = SizeName(shape, 0);
+  const char* b = SizeName(shape, 1);
+  return a != nullptr && b != nullptr && std::strcmp(a, b) == 0;
+}
+
+Vec3 ToVec3(const std::vector<double>& v) {
+  return Vec3(v[0], v[1], v[2]);
 }
 
 void Free(Problem* p, std::initializer_list<int> indices) {
@@ -49,6 +65,7 @@ Holds HoldsOf(const Request& request) {
   Holds h;
   h.center = FindNamed(request.fixed, "center") != nullptr;
   h.axis = FindNamed(request.fixed, "axis") != nullptr;
+  h.direction = FindNamed(request.fixed, "major_direction") != nullptr;
   for (int i = 0; i < 2; ++i) {
     const char* name = SizeName(request.shape, i);
     h.size[i] = name != nullptr && FindNamed(request.fixed, name) != nullptr;
@@ -57,15 +74,20 @@ Holds HoldsOf(const Request& request) {
 }
 
 void ApplyNamed(const std::vector<NamedValue>& list, Feature* f) {
-  if (const auto* v = FindNamed(list, "center")) f->center = Vec3((*v)[0], (*v)[1], (*v)[2]);
+  if (const auto* v = FindNamed(list, "center")) f->center = ToVec3(*v);
   if (const auto* v = FindNamed(list, "axis")) {
-    Vec3 a((*v)[0], (*v)[1], (*v)[2]);
+    Vec3 a = ToVec3(*v);
     if (a.Length() > 0.0) f->axis = a.Normalize();
   }
+  if (const auto* v = FindNamed(list, "major_direction")) {
+    Vec3 d = ToVec3(*v);
+    if (d.Length() > 0.0) f->major_direction = d.Normalize();
+  }
+  const bool paired = PairedSizes(f->shape);
   for (int i = 0; i < 2; ++i) {
     const char* name = SizeName(f->shape, i);
     if (name == nullptr) continue;
-    if (const auto* v = FindNamed(list, name)) f->size[i] = (*v)[0];
+    if (const auto* v = FindNamed(list, name)) f->size[i] = (*v)[paired ? i : 0];
   }
 }
 
@@ -145,6 +167,15 @@ AccumulateFn AccumulatorFor(Shape shape, Stage stage) {
 
 State StateFromFeature(const Feature& f, const Vec3& centroid, double probe, bool pivotAtApex) {
   State s = FrameAround(f.center, f.axis);
+  if (f.shape == Shape::kEllipse) {
+    // The frame's first direction is the major axis.
+    const Vec3 d = f.major_direction - s.u * s.u.Dot(f.major_direction);
+    if (d.Length() > 0.0) {
+      s.e1 = d;
+      s.e1.Normalize();
+      s.e2 = s.u.Cross(s.e1);
+    }
+  }
   s.offset = probe;
   s.size[0] = f.size[0];
   s.size[1] = f.size[1];
@@ -164,6 +195,7 @@ Feature FeatureFromState(Shape shape, const State& s, const Vec3& centroid) {
   f.axis = s.u;
   f.size[0] = s.size[0];
   f.size[1] = s.size[1];
+  f.major_direction = s.e1;
   const double t = s.u.Dot(centroid - s.c);
   switch (shape) {
     case Shape::kLine:
@@ -185,14 +217,23 @@ Feature FeatureFromState(Shape shape, const State& s, const Vec3& centroid) {
 }
 
 void ReportValues(const Feature& f, double out[kReportCount]) {
-  out[0] = f.center.x;
-  out[1] = f.center.y;
-  out[2] = f.center.z;
-  out[3] = f.axis.x;
-  out[4] = f.axis.y;
-  out[5] = f.axis.z;
-  out[6] = f.size[0];
-  out[7] = f.size[1];
+  const Vec3* triples[3] = {&f.center, &f.axis, &f.major_direction};
+  for (int k = 0; k < 3; ++k) {
+    out[3 * k] = triples[k]->x;
+    out[3 * k + 1] = triples[k]->y;
+    out[3 * k + 2] = triples[k]->z;
+  }
+  out[kReportSizes] = f.size[0];
+  out[kReportSizes + 1] = f.size[1];
+}
+
+ReportSlot SlotOf(Shape shape, const std::string& name) {
+  if (name == "center") return {0, 3};
+  if (name == "axis") return {3, 3};
+  if (name == "major_direction") return {6, 3};
+  if (PairedSizes(shape)) return {kReportSizes, 2};
+  const char* second = SizeName(shape, 1);
+  return {second != nullptr && name == second ? kReportSizes + 1 : kReportSizes, 1};
 }
 
 int SizeCount(Shape shape) {
@@ -202,7 +243,10 @@ int SizeCount(Shape shape) {
 std::vector<std::string> PreciseParameterNames(Shape shape) {
   std::vector<std::string> names{"center"};
   if (shape != Shape::kSphere) names.emplace_back("axis");
-  for (int i = 0; i < SizeCount(shape); ++i) names.emplace_back(SizeName(shape, i));
+  if (shape == Shape::kEllipse) names.emplace_back("major_direction");
+  for (int i = 0; i < SizeCount(shape); ++i) {
+    if (i == 0 || !PairedSizes(shape)) names.emplace_back(SizeName(shape, i));
+  }
   return names;
 }
 

@@ -20,6 +20,7 @@ enum class Stage { kWhole, kCirclePlane };
 struct Holds {
   bool center = false;
   bool axis = false;
+  bool direction = false;  // the ellipse's major direction
   bool size[2] = {false, false};
 };
 
@@ -28,7 +29,8 @@ const std::vector<double>* FindNamed(const std::vector<NamedValue>& list, const 
 
 Holds HoldsOf(const Request& request);
 
-// Overwrites the feature's values named in the list (center, axis, sizes by their names).
+// Overwrites the feature's values named in the list (center, axis, major_direction, sizes by
+// their names; semi_axes gives both sizes).
 void ApplyNamed(const std::vector<NamedValue>& list, Feature* feature);
 
 // Free local parameters, recentring and step weights of a shape.
@@ -42,9 +44,18 @@ AccumulateFn AccumulatorFor(Shape shape, Stage stage);
 State StateFromFeature(const Feature& f, const Vec3& centroid, double probe, bool pivotAtApex);
 Feature FeatureFromState(Shape shape, const State& s, const Vec3& centroid);
 
-// center (3), axis (3), sizes (2): the reported values the uncertainties are given for.
-constexpr int kReportCount = 8;
+// center (3), axis (3), major direction (3), sizes (2): the reported values the uncertainties
+// are given for.
+constexpr int kReportSizes = 9;
+constexpr int kReportCount = 11;
 void ReportValues(const Feature& f, double out[kReportCount]);
+
+// Where a named parameter's values sit among the reported values.
+struct ReportSlot {
+  int first = 0;
+  int count = 0;
+};
+ReportSlot SlotOf(Shape shape, const std::string& name);
 
 // Number of sizes the feature reports (Feature::size).
 int SizeCount(Shape shape);

@@ -16,6 +16,11 @@ constexpr double kDampingFactor = 10.0;
 constexpr double kMinDamping = 1e-12;
 // Damping at or below which a step counts as (nearly) the Gauss-Newton step.
 constexpr double kGaussNewtonDamping = 1e-6;
+// Reciprocal condition of the scaled normal matrix below which the points do not determine
+// the parameters.
+constexpr double kRankReciprocal = 1e-14;
+// A parameter whose unit change moves the points by less than this (relative) has no effect.
+constexpr double kNoEffect = 1e-9;
 // Largest damping tried before the iteration gives up on lowering the sum of squares.
 constexpr double kMaxDamping = 1e16;
 // A step whose every component (length, or angle times the data size) is below this fraction
@@ -177,6 +182,7 @@ Solution Minimise(const Problem& problem, AccumulateFn accumulate, const State& 
     }
     if ((lambda = std::max(lambda * kDampingFactor, kGaussNewtonDamping)) > kMaxDamping) break;
   }
+  sol.determined = Determined(problem, sol.normal);
   return sol;
 }
 
@@ -211,6 +217,16 @@ double ScaledConditionReciprocal(const Normal& ne) {
     hi = std::max(hi, l[i][i] * l[i][i]);
   }
   return hi > 0.0 ? lo / hi : 0.0;
+}
+
+bool Determined(const Problem& problem, const Normal& ne) {
+  const double n = static_cast<double>(problem.count);
+  for (int i = 0; i < ne.p; ++i) {
+    // rms effect on a distance of a unit change (a length, or an angle times the data size).
+    const double effect = std::sqrt(ne.a[i][i] / n) / problem.weight[ne.index[i]];
+    if (!(effect > kNoEffect)) return false;
+  }
+  return ne.p == 0 || ScaledConditionReciprocal(ne) >= kRankReciprocal;
 }
 
 }  // namespace metrofit::precise

@@ -90,7 +90,8 @@ struct Solution {
   double sum = 0.0;
   int iterations = 0;
   bool converged = false;
-  Normal normal;  // at the solution
+  bool determined = false;  // the points determine every free parameter (see Determined)
+  Normal normal;            // at the solution
 };
 
 // Applies the local step and the recentring of the problem.
@@ -107,6 +108,11 @@ bool Cofactor(const Normal& ne, double inverse[kLocalCount][kLocalCount]);
 // Reciprocal condition of the Jacobi-scaled normal matrix, estimated from the Cholesky pivots
 // (0 when it is not positive definite).
 double ScaledConditionReciprocal(const Normal& ne);
+
+// True when the points determine every free parameter at this linearisation: each column of J
+// moves the points (a column that is zero up to rounding would pass the Jacobi-scaled test)
+// and the scaled normal matrix is numerically regular.
+bool Determined(const Problem& problem, const Normal& ne);
 
 }  // namespace metrofit::precise
 

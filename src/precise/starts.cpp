@@ -5,6 +5,9 @@
 
 #include "metrofit.h"
 #include "precise/local_frame.h"
+#include "precise/precise_limits.h"
+#include "precise/shape_problems.h"
+#include "precise/solver.h"
 
 namespace metrofit::precise {
 namespace {
@@ -118,7 +121,7 @@ bool SubsampleFit(const Request& r, std::int32_t (*fit)(CFitInput&, CFitResult&)
          out->m_axis.Length() > 0.0;
 }
 
-void CylinderStarts(const Request& r, const PointStats& st, const Vec3* hint,
+void CylinderStarts(const Request& r, const PointStats& st, const Vec3* hint, bool withAbi,
                     std::vector<Feature>* out) {
   for (int i = 0; i < 3; ++i) {
     const Vec3 axis = hint != nullptr ? *hint : st.direction[2 - i];
@@ -127,7 +130,7 @@ void CylinderStarts(const Request& r, const PointStats& st, const Vec3* hint,
     if (hint != nullptr) return;
   }
   CFitResult abi;
-  if (SubsampleFit(r, &KFitCylinder, &abi)) {
+  if (withAbi && SubsampleFit(r, &KFitCylinder, &abi)) {
     Vec3 axis = abi.m_axis;
     out->push_back(
         Make(Shape::kCylinder, abi.m_center, axis.Normalize(), abi.m_size1.x - r.probe_radius, 0));
@@ -152,6 +155,57 @@ void ConeStarts(const Request& r, const PointStats& st, const Vec3* hint,
   }
 }
 
+// The least-squares cylinder of the points (probe centres), from the cylinder's own starts.
+bool TubeCylinder(const Request& r, const PointStats& st, State* tube) {
+  Request rc;
+  rc.shape = Shape::kCylinder;
+  rc.xyz = r.xyz;
+  rc.count = r.count;
+  std::vector<Feature> starts;
+  // The principal axes suffice for a tube; the binary interface's cylinder is the costly one.
+  CylinderStarts(rc, st, nullptr, false, &starts);
+  const Problem problem = MakeProblem(rc, st, Holds{}, Stage::kWhole);
+  bool found = false;
+  double best = 0.0;
+  for (const Feature& f : starts) {
+    const Solution sol = Minimise(problem, AccumulatorFor(Shape::kCylinder, Stage::kWhole),
+                                  StateFromFeature(f, st.centroid, 0.0, false), kMaxIterations);
+    if (std::isfinite(sol.sum) && (!found || sol.sum < best)) {
+      *tube = sol.state;
+      best = sol.sum;
+      found = true;
+    }
+  }
+  return found;
+}
+
+// A torus seen as a bent tube, for short sectors whose scatter says nothing of the torus's
+// axis: the points moved inwards by the radius of their least-squares cylinder lie near the
+// centre circle, whose plane and algebraic circle give centre, axis and major radius.
+bool TorusFromTube(const Request& r, const PointStats& st, Feature* out) {
+  State tube;
+  if (!TubeCylinder(r, st, &tube)) return false;
+  std::vector<double> core(3 * r.count);
+  for (std::size_t k = 0; k < r.count; ++k) {
+    double q[3];
+    ToLocal(tube, r.xyz + 3 * k, q);
+    // Inwards by the tube radius, across the cylinder's axis.
+    const double rho = std::sqrt(q[0] * q[0] + q[1] * q[1]);
+    const double f = rho > 0.0 ? 1.0 - tube.size[0] / rho : 0.0;
+    const Vec3 m = tube.c + ToWorld(tube, f * q[0], f * q[1], q[2]);
+    core[3 * k] = m.x;
+    core[3 * k + 1] = m.y;
+    core[3 * k + 2] = m.z;
+  }
+  Request rm = r;
+  rm.xyz = core.data();
+  const PointStats cs = ComputeStats(rm.xyz, rm.count);
+  const Circle2 c = ProjectedCircle(rm, FrameAround(cs.centroid, cs.direction[0]));
+  if (!c.ok) return false;
+  *out = Make(Shape::kTorus, c.centre, cs.direction[0], c.radius, tube.size[0] - r.probe_radius);
+  return true;
+}
+
 void TorusStarts(const Request& r, const PointStats& st, const Vec3* hint,
                  std::vector<Feature>* out) {
   const Vec3 axis = hint != nullptr ? *hint : st.direction[0];
@@ -168,6 +222,8 @@ void TorusStarts(const Request& r, const PointStats& st, const Vec3* hint,
     out->push_back(Make(Shape::kTorus, c.centre, axis, c.radius, tube - r.probe_radius));
   }
   if (hint != nullptr) return;
+  Feature bent;
+  if (TorusFromTube(r, st, &bent)) out->push_back(bent);
   CFitResult abi;
   if (SubsampleFit(r, &KFitTorus, &abi) && abi.m_size1.y > 0.0 && abi.m_size1.z > 0.0) {
     Vec3 a = abi.m_axis;
@@ -198,7 +254,7 @@ std::vector<Feature> StartCandidates(const Request& r, const PointStats& st, con
       out.push_back(SphereStart(r, st));
       break;
     case Shape::kCylinder:
-      CylinderStarts(r, st, hint, &out);
+      CylinderStarts(r, st, hint, true, &out);
       break;
     case Shape::kCone:
       ConeStarts(r, st, hint, &out);

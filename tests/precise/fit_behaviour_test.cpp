@@ -169,6 +169,23 @@ TEST(PreciseDegenerate, CoplanarPointsForSurfaces) {
   EXPECT_EQ(FitPoints(Shape::kPlane, OnCircle(24, 50.0)).status, Status::kOk);
 }
 
+// A torus held to major radius 0 is a sphere: its axis does not move a single distance.
+TEST(PreciseDegenerate, ParameterWithoutEffectAtTheSolution) {
+  mt::GeneratorOptions o;
+  o.centreOffset = 400.0;
+  o.radius = 9.0;
+  o.noiseMicrometres = 3.0;
+  const mt::KnownSolution s = mt::GenerateKnownSolution(mt::Shape::kSphere, o);
+  PointRequest pr(Shape::kTorus, s.points);
+  pr.request.fixed.push_back({"major_radius", {0.0}});
+  const FitResult r = FitPrecise(pr.request);
+  ExpectDegenerate(r, "do not determine");
+  EXPECT_NE(r.message.find("torus"), std::string::npos) << r.message;
+  // The same points as a sphere are fine.
+  PointRequest sphere(Shape::kSphere, s.points);
+  EXPECT_EQ(FitPrecise(sphere.request).status, Status::kOk);
+}
+
 TEST(PreciseDegenerate, LineRejectsProbeRadius) {
   PointRequest pr(Shape::kLine, OnLine(5));
   pr.request.probe_radius = 1.0;
@@ -272,6 +289,62 @@ TEST(PreciseStart, StartedFitMatchesAutomaticAndTakesAxisSense) {
   EXPECT_GT(Axis(b).Dot(flipped), 0.0);
 }
 
+// A start or held axis names the cone's axis line; the cone still opens where the data say.
+TEST(PreciseStart, ConeAxisGivenAgainstItsOpening) {
+  mt::GeneratorOptions o;
+  o.centreOffset = 750.0;
+  o.axisTilt = 0.8;
+  o.halfAngle = 0.25;
+  o.noiseMicrometres = 5.0;
+  o.arcSpan = 3.0;
+  const mt::KnownSolution s = mt::GenerateKnownSolution(mt::Shape::kCone, o);
+  const Vec3 reversed = -s.truth.axis;
+  PointRequest automatic(Shape::kCone, s.points);
+  const FitResult a = FitPrecise(automatic.request);
+  ASSERT_EQ(a.status, Status::kOk) << a.message;
+  for (bool held : {false, true}) {
+    PointRequest pr(Shape::kCone, s.points);
+    (held ? pr.request.fixed : pr.request.start)
+        .push_back({"axis", {reversed.x, reversed.y, reversed.z}});
+    const FitResult r = FitPrecise(pr.request);
+    ASSERT_EQ(r.status, Status::kOk) << r.message;
+    EXPECT_GT(Axis(r).Dot(s.truth.axis), 0.0);
+    EXPECT_GT(*r.half_angle, 0.0);
+    if (!held) {
+      EXPECT_LT((Center(r) - Center(a)).Length(), kLengthTol);
+      EXPECT_LT(mt::DirectedAngle(Axis(r), Axis(a)), kAngleTol);
+    } else {
+      EXPECT_LT(mt::AxisAngle(Axis(r), s.truth.axis), 1e-15);
+    }
+  }
+}
+
+// A plane on a 200 x 10 mm strip, noise orthogonal to (1, x, y): the generating plane is the
+// least-squares plane exactly.
+TEST(PreciseKnownPlane, NarrowStrip) {
+  std::mt19937_64 rng(17);
+  std::normal_distribution<double> gauss(0.0, 0.1);
+  std::uniform_real_distribution<double> along(-100.0, 100.0), across(-5.0, 5.0);
+  const Vec3 n = Unit(Vec3(0.1, -0.3, 0.95)), e1 = Unit(n.Cross(Vec3(0, 0, 1))), e2 = n.Cross(e1),
+             origin(-930.0, 420.0, 610.0);
+  const int count = 60;
+  std::vector<double> x(count), y(count), h(count);
+  std::vector<std::vector<double>> cols(3, std::vector<double>(count));
+  for (int i = 0; i < count; ++i) {
+    x[i] = along(rng);
+    y[i] = across(rng);
+    h[i] = gauss(rng);
+    cols[0][i] = 1.0, cols[1][i] = x[i], cols[2][i] = y[i];
+  }
+  ProjectOut(cols, &h);
+  std::vector<Vec3> pts;
+  for (int i = 0; i < count; ++i) pts.push_back(origin + e1 * x[i] + e2 * y[i] + n * h[i]);
+  const FitResult r = FitPoints(Shape::kPlane, pts);
+  ASSERT_EQ(r.status, Status::kOk) << r.message;
+  EXPECT_LT(mt::AxisAngle(Axis(r), n), kAngleTol);
+  EXPECT_LT(std::fabs(n.Dot(Center(r) - origin)), kLengthTol);
+}
+
 TEST(PreciseLimit, IterationCapGivesNotConvergedWithEstimate) {
   const mt::KnownSolution s = Cylinder(50.0, 8, 1.0);
   PointRequest pr(Shape::kCylinder, s.points);
@@ -335,6 +408,36 @@ TEST(PreciseProbe, PartSurfacesFromProbeCentres) {
       EXPECT_NEAR(*r.half_angle, 0.4, 1e-12);
     }
   }
+}
+
+// A circle probed from outside and a sphere probed from inside (negative probe radius).
+TEST(PreciseProbe, CircleAndInsideSphere) {
+  const CircleData d = KnownCircle(2.0, 0.0, 5);
+  std::vector<Vec3> centres;
+  for (const Vec3& p : d.points) {
+    const Vec3 v = p - d.centre;
+    centres.push_back(p + Unit(v - d.normal * v.Dot(d.normal)) * 1.5);
+  }
+  PointRequest circle(Shape::kCircle, centres);
+  circle.request.probe_radius = 1.5;
+  const FitResult c = FitPrecise(circle.request);
+  ASSERT_EQ(c.status, Status::kOk) << c.message;
+  EXPECT_NEAR(*c.radius, d.radius, 1e-10);
+  EXPECT_LT((Center(c) - d.centre).Length(), 1e-10);
+
+  mt::GeneratorOptions o;
+  o.centreOffset = 450.0;
+  o.radius = 16.0;
+  o.arcSpan = kPi;
+  const mt::KnownSolution s = mt::GenerateKnownSolution(mt::Shape::kSphere, o);
+  std::vector<Vec3> inside;
+  for (const Vec3& p : s.points) inside.push_back(p - Unit(p - s.truth.centre) * 2.0);
+  PointRequest sphere(Shape::kSphere, inside);
+  sphere.request.probe_radius = -2.0;
+  const FitResult r = FitPrecise(sphere.request);
+  ASSERT_EQ(r.status, Status::kOk) << r.message;
+  EXPECT_NEAR(*r.radius, 16.0, 1e-10);
+  EXPECT_LT(r.rms, 1e-10);
 }
 
 TEST(PreciseProbe, PlaneMovesAgainstItsNormal) {
@@ -404,6 +507,47 @@ TEST(PreciseDescribe, UncertaintiesMatchIndependentCovariance) {
                 1e-3 * centre->uncertainty[k]);
   }
   EXPECT_NEAR(radius->uncertainty[0], r.sigma * std::sqrt(c(3, 3)), 1e-3 * radius->uncertainty[0]);
+}
+
+// Scatter of repeated fits against the reported standard uncertainties (Monte Carlo).
+TEST(PreciseDescribe, UncertaintiesMatchScatterOfRepeatedFits) {
+  constexpr int kRuns = 400;
+  // Agreement of an empirical standard deviation from kRuns runs with the reported one: its
+  // own relative standard error is about 1 / sqrt(2 kRuns) = 3.5 %.
+  constexpr double kScatterTol = 0.15;
+  std::mt19937_64 rng(99);
+  std::normal_distribution<double> gauss(0.0, 0.01);
+  const Vec3 axis = Unit(Vec3(0.2, 0.5, 0.84)), e1 = Unit(axis.Cross(Vec3(1, 0, 0)));
+  const Vec3 e2 = axis.Cross(e1), base(350.0, -620.0, 180.0);
+  double lineSum = 0, lineSq = 0, lineU = 0, cylSum = 0, cylSq = 0, cylU = 0;
+  for (int run = 0; run < kRuns; ++run) {
+    std::vector<Vec3> line, cyl;
+    for (int i = 0; i < 30; ++i) {
+      line.push_back(base + axis * (2.0 * i) + e1 * gauss(rng) + e2 * gauss(rng));
+      const double t = 2 * kPi * i / 30.0;
+      const double rho = 12.0 + gauss(rng);
+      cyl.push_back(base + axis * (1.0 * (i % 7)) + e1 * (rho * std::cos(t)) +
+                    e2 * (rho * std::sin(t)));
+    }
+    const FitResult l = FitPoints(Shape::kLine, line);
+    const FitResult c = FitPoints(Shape::kCylinder, cyl);
+    ASSERT_EQ(l.status, Status::kOk) << l.message;
+    ASSERT_EQ(c.status, Status::kOk) << c.message;
+    const double ax = Axis(l).x;
+    lineSum += ax;
+    lineSq += ax * ax;
+    lineU += FindParameter(l, "axis")->uncertainty[0] * FindParameter(l, "axis")->uncertainty[0];
+    cylSum += *c.radius;
+    cylSq += *c.radius * *c.radius;
+    cylU += FindParameter(c, "radius")->uncertainty[0] * FindParameter(c, "radius")->uncertainty[0];
+  }
+  auto spread = [&](double sum, double sq) {
+    return std::sqrt((sq - sum * sum / kRuns) / (kRuns - 1));
+  };
+  const double reportedAxis = std::sqrt(lineU / kRuns);
+  EXPECT_NEAR(spread(lineSum, lineSq), reportedAxis, kScatterTol * reportedAxis);
+  const double reportedRadius = std::sqrt(cylU / kRuns);
+  EXPECT_NEAR(spread(cylSum, cylSq), reportedRadius, kScatterTol * reportedRadius);
 }
 
 TEST(PreciseDescribe, LineDeviationsAreDistances) {

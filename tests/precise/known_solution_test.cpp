@@ -146,6 +146,41 @@ Quad QuadConeSum(const std::vector<Vec3>& points, const Vec3& apex, const Vec3& 
   return sum;
 }
 
+// Sum of squared distances from a torus (centre, unit axis, major and minor radius) in 113-bit
+// arithmetic.
+Quad QuadTorusSum(const std::vector<Vec3>& points, const Vec3& centre, const Vec3& axis,
+                  double major, double minor) {
+  const Quad un = QuadSqrt(Quad(axis.x) * axis.x + Quad(axis.y) * axis.y + Quad(axis.z) * axis.z);
+  const Quad u[3] = {axis.x / un, axis.y / un, axis.z / un};
+  Quad sum = 0;
+  for (const Vec3& p : points) {
+    const Quad v[3] = {Quad(p.x) - centre.x, Quad(p.y) - centre.y, Quad(p.z) - centre.z};
+    const Quad h = v[0] * u[0] + v[1] * u[1] + v[2] * u[2];
+    const Quad w[3] = {v[0] - u[0] * h, v[1] - u[1] * h, v[2] - u[2] * h};
+    const Quad a = QuadSqrt(w[0] * w[0] + w[1] * w[1] + w[2] * w[2]) - major;
+    const Quad d = QuadSqrt(a * a + h * h) - minor;
+    sum += d * d;
+  }
+  return sum;
+}
+
+// The exact sums of squares of the fit and of the generating feature, for the shapes whose
+// generated truth can fall short of the minimum (nullopt for the others).
+bool ExactSums(const mt::KnownSolution& s, const FitResult& r, Quad* fit, Quad* truth) {
+  const mt::ShapeTruth& t = s.truth;
+  if (t.shape == mt::Shape::kCone) {
+    *fit = QuadConeSum(s.points, Center(r), Axis(r), *r.half_angle);
+    *truth = QuadConeSum(s.points, t.centre, t.axis, t.halfAngle);
+    return true;
+  }
+  if (t.shape == mt::Shape::kTorus) {
+    *fit = QuadTorusSum(s.points, Center(r), Axis(r), *r.major_radius, *r.minor_radius);
+    *truth = QuadTorusSum(s.points, t.centre, t.axis, t.radius, t.minorRadius);
+    return true;
+  }
+  return false;
+}
+
 void RunCases(const std::vector<Case>& cases, const char* what) {
   mt::WorstError worstLength(std::string(what) + " position and size (mm)");
   mt::WorstError worstAngle(std::string(what) + " angles (rad)");
@@ -166,16 +201,16 @@ void RunCases(const std::vector<Case>& cases, const char* what) {
     const FitResult r = FitPrecise(pr.request);
     ASSERT_EQ(r.status, Status::kOk) << Name(c) << ": " << r.message;
     const Errors e = Compare(s.truth, r);
-    if (c.shape == mt::Shape::kCone && (e.length > kLengthTol || e.angle > kAngleTol)) {
+    Quad fit = 0, truth = 0;
+    if ((e.length > kLengthTol || e.angle > kAngleTol) && ExactSums(s, r, &fit, &truth)) {
       // The generator makes its truth stationary through a finite-difference Jacobian (about
-      // 1e-10 relative); on a narrow cone arc the apex amplifies that beyond 1e-9 mm. The truth
-      // is then not the minimum, which the exact sums show: the fit's must be strictly smaller.
-      const Quad fit = QuadConeSum(s.points, Center(r), Axis(r), *r.half_angle);
-      const Quad truth = QuadConeSum(s.points, s.truth.centre, s.truth.axis, s.truth.halfAngle);
-      EXPECT_LT(fit, truth) << Name(c) << ": off the generating cone by " << e.length << " mm, "
+      // 1e-10 relative); on a narrow cone arc or torus sector that is amplified beyond 1e-9 mm.
+      // The truth is then not the minimum, which the exact sums show: the fit's must be
+      // strictly smaller.
+      EXPECT_LT(fit, truth) << Name(c) << ": off the generating feature by " << e.length << " mm, "
                             << e.angle << " rad, without a smaller sum of squares";
       std::printf(
-          "[generator] %s: generating cone not the minimum; fit lower by %.3e mm^2, "
+          "[generator] %s: generating feature not the minimum; fit lower by %.3e mm^2, "
           "%.3e mm and %.3e rad from it\n",
           Name(c).c_str(), static_cast<double>(truth - fit), e.length, e.angle);
       continue;
@@ -220,7 +255,8 @@ TEST(PreciseKnownSolution, ConesOnArcs) {
 }
 
 TEST(PreciseKnownSolution, ToriOnSectors) {
-  RunCases(Sweep(mt::Shape::kTorus, {120.0 * kDeg, 360.0 * kDeg}), "torus");
+  RunCases(Sweep(mt::Shape::kTorus, {30.0 * kDeg, 60.0 * kDeg, 120.0 * kDeg, 360.0 * kDeg}),
+           "torus");
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ struct LineModel {
   }
   // Distance and local unit vector from the foot to the point (any across direction on it).
   double Deviation(const double q[3], double n[3]) const {
-    const double d = std::hypot(q[0], q[1]);
+    const double d = std::sqrt(q[0] * q[0] + q[1] * q[1]);
     n[0] = d > 0.0 ? q[0] / d : 1.0;
     n[1] = d > 0.0 ? q[1] / d : 0.0;
     n[2] = 0.0;

@@ -8,7 +8,8 @@
 namespace metrofit::precise {
 
 inline double RadialDirection(const double q[3], double* c, double* s) {
-  const double rho = std::hypot(q[0], q[1]);
+  // Plain sqrt: local coordinates of measured parts are far from overflow, and hypot is slow.
+  const double rho = std::sqrt(q[0] * q[0] + q[1] * q[1]);
   *c = rho > 0.0 ? q[0] / rho : 1.0;
   *s = rho > 0.0 ? q[1] / rho : 0.0;
   return rho;

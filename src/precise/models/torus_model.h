@@ -31,7 +31,7 @@ struct TorusModel {
     double c, s;
     const double rho = RadialDirection(q, &c, &s);
     const double a = rho - major_;
-    const double tube = std::hypot(a, q[2]);
+    const double tube = std::sqrt(a * a + q[2] * q[2]);
     *across = tube > 0.0 ? a / tube : 1.0;
     n[0] = *across * c;
     n[1] = *across * s;
