@@ -97,9 +97,12 @@ std::string Footer() {
          "\n"
          "Lengths are in the units of FILE (--units only names them); angles in radians.\n"
          "\n"
-         "FILE holds one point per line, \"x y z\", separated by blanks or commas; '#'\n"
-         "starts a comment. '-' reads standard input. Several FILEs are fitted one after\n"
-         "the other with the same options, each with its own result, in order.\n"
+         "FILE is whitespace text (.xyz .txt .asc: one point per line, '#' comments),\n"
+         "CSV (.csv: a header row naming x, y and z, or --columns), PLY, PTS or PCD,\n"
+         "chosen by --format, else by extension, else by content. Numbers are strict\n"
+         "decimals (no hexadecimal, nan or inf); --decimal-comma reads decimal commas.\n"
+         "'-' reads standard input. Several FILEs are fitted one after the other with\n"
+         "the same options, each with its own result, in order.\n"
          "\n"
          "Output: a table per FILE with every parameter and its standard uncertainty\n"
          "(\"(fixed)\" for a fixed one), the number of points, rms, sigma, the smallest\n"
@@ -180,10 +183,12 @@ void AddFitOptions(CLI::App* fit, RawArguments* raw, Options* options) {
   fit->add_option("--report", options->report, "write an HTML report of a valid fit")
       ->type_name("FILE.html");
   fit->add_option("--format", raw->format, kFormatHelp)->type_name("FORMAT");
-  fit->add_option("--columns", raw->columns, "the x, y and z columns of FILE, from 1")
+  fit->add_option("--columns", raw->columns,
+                  "the x, y and z columns of a text or CSV FILE,\n"
+                  "from 1 (default: the header's, else the first three)")
       ->type_name("X,Y,Z");
   fit->add_flag("--decimal-comma", options->input.decimal_comma,
-                "FILE writes numbers with a decimal comma");
+                "FILE writes numbers with a decimal comma (1,5)");
   for (std::size_t k = 0; k < std::size(kRetiredOptions); ++k) {
     // Hidden: accepted only to say what replaced them.
     fit->add_option(kRetiredOptions[k].name, raw->retired[k])->group("")->allow_extra_args(false);
@@ -223,23 +228,12 @@ void SetNamedValues(const RawArguments& raw, FitOptions* fit) {
 }
 
 std::vector<int> CheckedColumns(const std::string& text) {
-  std::vector<int> columns;
-  std::istringstream items(text);
-  for (std::string item; std::getline(items, item, ',');) {
-    int column = 0;
-    const auto [end, ec] = std::from_chars(item.data(), item.data() + item.size(), column);
-    if (ec != std::errc() || end != item.data() + item.size() || column < 1) {
-      columns.clear();
-      break;
-    }
-    columns.push_back(column);
-  }
-  const std::set<int> distinct(columns.begin(), columns.end());
-  if (columns.size() != 3 || distinct.size() != 3 || text.back() == ',') {
+  const std::optional<std::vector<int>> columns = ParseColumns(text);
+  if (!columns) {
     throw UsageError("--columns needs three different column numbers X,Y,Z from 1, not '" + text +
                      "'");
   }
-  return columns;
+  return *columns;
 }
 
 void SetInputOptions(const RawArguments& raw, InputOptions* input) {

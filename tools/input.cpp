@@ -1,44 +1,57 @@
 #include "input.h"
 
-#include "point_file.h"
+#include "point_reader.h"
 
 namespace metrofit::cli {
 
 namespace {
 
-constexpr char kStandardInput[] = "-";
 // How standard input is named in messages.
 constexpr char kStandardInputName[] = "<stdin>";
 
-std::vector<Point> ToPoints(const std::vector<KPt3<double>>& read) {
-  std::vector<Point> points;
-  points.reserve(read.size());
-  for (const KPt3<double>& p : read) points.push_back({p.x, p.y, p.z});
+io::ReadOptions ReaderOptions(const InputOptions& options) {
+  io::ReadOptions read;
+  // CheckInputOptions has accepted the name.
+  read.format = io::PointFormatFromName(options.format).value_or(io::PointFormat::kAuto);
+  read.decimal_comma = options.decimal_comma;
+  read.columns = options.columns;
+  return read;
+}
+
+std::vector<Point> ToPoints(const io::PointCloud& cloud) {
+  std::vector<Point> points(cloud.size());
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    points[i] = {cloud.xyz[3 * i], cloud.xyz[3 * i + 1], cloud.xyz[3 * i + 2]};
+  }
   return points;
 }
 
 }  // namespace
 
-const char* const kFormatHelp = "FILE format: auto (default) or text";
+const char* const kFormatHelp =
+    "FILE format: auto (by extension, else by content),\n"
+    "text, csv, ply, pts or pcd";
 
 std::string CheckInputOptions(const InputOptions& options) {
-  // The plain-text reader knows one format, its columns are always x y z, and its numbers
-  // have a decimal point.
-  if (options.format != "auto" && options.format != "text") {
-    return "--format takes auto or text, not '" + options.format + "'";
+  if (!io::PointFormatFromName(options.format)) {
+    return "--format takes auto, text, csv, ply, pts or pcd, not '" + options.format + "'";
   }
-  if (!options.columns.empty()) return "--columns needs a CSV reader, which this build lacks";
-  if (options.decimal_comma) return "--decimal-comma needs a reader this build lacks";
   return std::string();
+}
+
+std::optional<std::vector<int>> ParseColumns(std::string_view text) {
+  return io::ParseColumnList(text);
 }
 
 std::vector<Point> ReadInputPoints(const std::string& file, const InputOptions& options,
                                    std::istream& standard_input) {
-  static_cast<void>(options);  // nothing to choose between with one format
+  const io::ReadOptions read = ReaderOptions(options);
   try {
-    if (file == kStandardInput) return ToPoints(ReadPoints(standard_input, kStandardInputName));
-    return ToPoints(ReadPointFile(file));
-  } catch (const InputError& e) {
+    if (file == io::kStandardInputPath) {
+      return ToPoints(io::ReadPoints(standard_input, kStandardInputName, read));
+    }
+    return ToPoints(io::ReadPoints(file, read));
+  } catch (const io::PointFileError& e) {
     throw ReadError(e.what());
   }
 }

@@ -1,15 +1,14 @@
-// Reading the points of one FILE for the tool.
-//
-// INTEGRATION POINT for the point-file readers (tools/io/): this build reads the plain-text
-// format of tools/point_file.h only. ReadInputPoints and CheckInputOptions are the two places
-// that change when the readers for CSV, PLY, PTS and PCD arrive; the rest of the tool sees
-// only points and ReadError.
+// Reading the points of one FILE for the tool, through the point-file readers of tools/io/
+// (text, CSV, PLY, PTS, PCD; see docs/point_files.md). The rest of the tool sees only points
+// and ReadError.
 #ifndef METROFIT_TOOLS_INPUT_H
 #define METROFIT_TOOLS_INPUT_H
 
 #include <istream>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "metrofit/fit.h"
@@ -23,8 +22,8 @@ struct InputOptions {
   std::vector<int> columns;     // 1-based x, y, z columns; empty: the reader decides
 };
 
-// A FILE that cannot be opened or is not a point file. The message names the file and, where
-// it applies, the line.
+// A FILE that cannot be opened or is not a point file. The message names the file and the
+// line, or the byte offset in binary data.
 class ReadError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -35,6 +34,9 @@ extern const char* const kFormatHelp;
 
 // Why these reading options cannot be used; empty when they can.
 std::string CheckInputOptions(const InputOptions& options);
+
+// "2,3,4": three different 1-based column numbers; nullopt for anything else.
+std::optional<std::vector<int>> ParseColumns(std::string_view text);
 
 // Every point of `file` ("-": `standard_input`), in file order. Throws ReadError.
 std::vector<Point> ReadInputPoints(const std::string& file, const InputOptions& options,

@@ -222,20 +222,20 @@ TEST(CliArguments, OutputNamesFollowTheStemRule) {
             "--deviations would overwrite the input file 'a.csv'");
 }
 
-TEST(CliArguments, InputOptionsThisBuildCannotHonourAreRefused) {
-  EXPECT_EQ(ParseArguments(Fit("plane", {"--format", "auto"})).input.format, "auto");
+TEST(CliArguments, InputOptionsAreCheckedAndHandedToTheReader) {
+  const Options o =
+      ParseArguments(Fit("plane", {"--format", "csv", "--columns", "2,3,4", "--decimal-comma"}));
+  EXPECT_EQ(o.input.format, "csv");
+  EXPECT_EQ(o.input.columns, (std::vector<int>{2, 3, 4}));
+  EXPECT_TRUE(o.input.decimal_comma);
+  EXPECT_EQ(ParseArguments(Fit("plane", {"--format", "PLY"})).input.format, "PLY");
   EXPECT_EQ(UsageMessage(Fit("plane", {"--format", "stl"})),
-            "--format takes auto or text, not 'stl'");
-  EXPECT_EQ(UsageMessage(Fit("plane", {"--columns", "2,3"})),
-            "--columns needs three different column numbers X,Y,Z from 1, not '2,3'");
-  EXPECT_EQ(UsageMessage(Fit("plane", {"--columns", "2,2,3"})),
-            "--columns needs three different column numbers X,Y,Z from 1, not '2,2,3'");
-  EXPECT_EQ(UsageMessage(Fit("plane", {"--columns", "0,1,2"})),
-            "--columns needs three different column numbers X,Y,Z from 1, not '0,1,2'");
-  EXPECT_EQ(UsageMessage(Fit("plane", {"--columns", "2,3,4"})),
-            "--columns needs a CSV reader, which this build lacks");
-  EXPECT_EQ(UsageMessage(Fit("plane", {"--decimal-comma"})),
-            "--decimal-comma needs a reader this build lacks");
+            "--format takes auto, text, csv, ply, pts or pcd, not 'stl'");
+  for (const char* bad : {"2,3", "2,2,3", "0,1,2", "1,2,3,", "a,b,c", "1,2,3,4"}) {
+    EXPECT_EQ(UsageMessage(Fit("plane", {"--columns", bad})),
+              std::string("--columns needs three different column numbers X,Y,Z from 1, not '") +
+                  bad + "'");
+  }
 }
 
 TEST(CliArguments, ParseNumberTakesWholeFiniteNumbersOnly) {
