@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "cli.h"
+#include "html_report.h"
 #include "input.h"
 #include "progress.h"
 #include "report.h"
@@ -15,10 +16,6 @@
 namespace metrofit::cli {
 
 namespace {
-
-// INTEGRATION POINT for the HTML report (tools/html_report.h): once the writer is in the
-// build, this becomes true and HtmlReport below calls it. Until then Run refuses --report.
-constexpr bool kHtmlReportAvailable = false;
 
 // What one FILE gave: its points and the fit.
 struct FileFit {
@@ -29,11 +26,7 @@ struct FileFit {
 
 // The HTML report of a valid fit, written to the --report file.
 void HtmlReport(std::ostream& out, const FileFit& fit, const Options& options) {
-  // INTEGRATION POINT: WriteHtmlReport(out, ReportInput{fit.file, options.units, fit.points,
-  // fit.result}) from tools/html_report.h.
-  static_cast<void>(out);
-  static_cast<void>(fit);
-  static_cast<void>(options);
+  WriteHtmlReport(out, ReportInput{fit.points, fit.result, fit.file, options.units});
 }
 
 // The exit status of a fit that is not valid.
@@ -162,9 +155,6 @@ int Run(const std::vector<std::string>& args, std::istream& in, std::ostream& ou
   Options options;
   try {
     options = ParseArguments(args);
-    if (!options.report.empty() && !kHtmlReportAvailable) {
-      throw UsageError("--report: this build has no HTML report writer");
-    }
   } catch (const UsageError& e) {
     err << "metrofit: " << e.what() << "\nTry 'metrofit --help'.\n";
     return kExitUsage;

@@ -18,8 +18,12 @@ constexpr double kCoincidentSpread = 1e-12;
 // Thickness over extent below which the points lie on a line or in a plane.
 constexpr double kFlatRatio = 1e-9;
 // Above this many points the starts are made and compared on a subsample of about kScreenSize.
-constexpr std::size_t kScreenThreshold = 20000;
 constexpr std::size_t kScreenSize = 4000;
+constexpr std::size_t kScreenThreshold = 2 * kScreenSize;
+// Iterations each of several starts runs before the best of them is taken on to convergence:
+// enough for a start in the right basin to reach its minimum's neighbourhood (Gauss-Newton
+// from the algebraic and subsample starts takes a handful).
+constexpr int kScreenIterations = 15;
 
 const char* Word(Shape shape) {
   switch (shape) {
@@ -108,12 +112,16 @@ Feature Prepared(const Request& r, Feature f, const Vec3* given) {
   return f;
 }
 
+// The smaller sum of squares wins: a start still descending after the screening iterations
+// may well end below one that has already stopped.
 bool Better(const Solution& a, const Solution& b) {
-  if (a.converged != b.converged) return a.converged;
   return a.sum < b.sum;
 }
 
-// The best of several starts on these points.
+// The best of several starts on these points. Each start first runs a few iterations only;
+// the one with the smallest sum of squares then runs to convergence. A start far from the
+// feature (a principal axis across a cylinder) may need hundreds of damped steps to get
+// anywhere, and would only lose the comparison at the end.
 Solution SolveAll(const Request& r, const PointStats& st, const Holds& holds, Stage stage,
                   const std::vector<Feature>& starts, const Vec3* given, int maxIterations,
                   int* iterations) {
@@ -121,17 +129,26 @@ Solution SolveAll(const Request& r, const PointStats& st, const Holds& holds, St
   const AccumulateFn acc = AccumulatorFor(r.shape, stage);
   const bool pivotAtApex = r.shape == Shape::kCone && holds.center;
   const double offset = stage == Stage::kCirclePlane ? 0.0 : r.probe_radius;
+  const int screening =
+      starts.size() > 1 ? std::min(maxIterations, kScreenIterations) : maxIterations;
   Solution best;
   bool have = false;
   for (const Feature& f : starts) {
     const State s = StateFromFeature(Prepared(r, f, given), st.centroid, offset, pivotAtApex);
-    Solution sol = Minimise(problem, acc, s, maxIterations);
+    Solution sol = Minimise(problem, acc, s, screening);
     *iterations += sol.iterations;
     if (!std::isfinite(sol.sum)) continue;
     if (!have || Better(sol, best)) best = sol;
     have = true;
   }
-  if (!have) best.sum = NAN;
+  if (!have) {
+    best.sum = NAN;
+    return best;
+  }
+  if (!best.converged && screening < maxIterations) {
+    best = Minimise(problem, acc, best.state, maxIterations);
+    *iterations += best.iterations;
+  }
   return best;
 }
 

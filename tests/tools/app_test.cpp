@@ -8,6 +8,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
@@ -471,12 +472,30 @@ TEST(CliRun, AnUnwritableDeviationsFileIsExitFour) {
   EXPECT_TRUE(Contains(o.err, "metrofit: cannot write '/nonexistent/metrofit/d.csv': ")) << o.err;
 }
 
-TEST(CliRun, ReportNeedsTheHtmlWriter) {
-  // Until the HTML report writer is part of the build, --report is refused before any fit.
-  const Outcome o = RunTool({"fit", "sphere", "-", "--report", "r.html"}, "1 2 3\n");
-  EXPECT_EQ(o.status, kExitUsage);
-  EXPECT_EQ(o.out, "");
-  EXPECT_TRUE(Contains(o.err, "--report: this build has no HTML report writer")) << o.err;
+std::string FileText(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+TEST(CliRun, ReportIsAnHtmlPagePerValidFit) {
+  const TempFile a(PointText(SpherePoints())), single("1 2 3\n");
+  const std::filesystem::path dir = std::filesystem::temp_directory_path();
+  const std::string pattern = (dir / "{stem}-report.html").string();
+  const auto report_of = [&](const TempFile& file) {
+    return dir / (std::filesystem::path(file.path()).stem().string() + "-report.html");
+  };
+  std::filesystem::remove(report_of(single));
+  const Outcome o = RunTool({"fit", "sphere", a.path(), single.path(), "--report", pattern});
+  EXPECT_EQ(o.status, kExitFitNotValid);
+  const std::string html = FileText(report_of(a));
+  EXPECT_EQ(html.rfind("<!DOCTYPE html>", 0), 0u) << html.substr(0, 200);
+  EXPECT_NE(html.find(a.path()), std::string::npos);  // names the measured file
+  EXPECT_NE(html.find("</html>"), std::string::npos);
+  // Self-contained: nothing is fetched when the page opens.
+  EXPECT_EQ(html.find("src=\"http"), std::string::npos);
+  EXPECT_EQ(html.find("href=\"http"), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(report_of(single)));  // no report of a fit not valid
+  std::filesystem::remove(report_of(a));
 }
 
 TEST(CliRun, AnUnwritableOutputIsAnInternalError) {
