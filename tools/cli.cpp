@@ -109,8 +109,9 @@ std::string Footer() {
          "and largest signed deviation, the form error, the iterations and the status.\n"
          "A fit that is not valid prints no table: the reason goes to standard error.\n"
          "With --json, one JSON object per FILE, each on one line (schema metrofit.fit/1;\n"
-         "not valid fits included, with \"valid\": false). When standard error is a\n"
-         "terminal, a fit still running after a second is announced there.\n"
+         "not valid fits included, with \"valid\": false; a FILE that cannot be read\n"
+         "gives only its message). When standard error is a terminal, a fit still\n"
+         "running after a second is announced there.\n"
          "\n"
          "Output file names (--deviations, --report): \"{stem}\" stands for the name of\n"
          "the FILE without directory and extension (\"stdin\" for '-'); with several\n"
@@ -396,7 +397,8 @@ std::string OutputPath(const std::string& pattern, const std::string& file) {
 
 Options ParseArguments(const std::vector<std::string>& args) {
   // CLI11 would only say that a subcommand is required.
-  if (!args.empty() && args[0] != "fit" && !args[0].empty() && args[0][0] != '-') {
+  if (args.empty()) throw UsageError("missing command: metrofit fit SHAPE FILE...");
+  if (args[0] != "fit" && !args[0].empty() && args[0][0] != '-') {
     throw UsageError("unknown command '" + args[0] + "' (the command is fit)");
   }
   Parser parser;
