@@ -21,6 +21,9 @@ constexpr char kStemPlaceholder[] = "{stem}";
 constexpr char kStandardInputStem[] = "stdin";
 // Width of the option column of the help text.
 constexpr std::size_t kHelpColumn = 26;
+// Layout of the shape list in the help: the names, then the parameters, summary beneath.
+constexpr std::size_t kShapeIndent = 2;
+constexpr std::size_t kShapeNameWidth = 12;
 
 // Options of earlier versions of the tool, and what replaces them.
 struct RetiredOption {
@@ -53,8 +56,7 @@ const char* ShapeSummary(Shape shape) {
     case Shape::kCone:
       return "cone; center: the apex, axis: towards the opening, half_angle in rad";
     case Shape::kEllipse:
-      return "ellipse in a plane (precise method only); axis: the\n"
-             "              normal; semi_axes: major, minor";
+      return "ellipse in a plane (precise only); axis: normal; semi_axes: major, minor";
     case Shape::kParaboloid:
       return "paraboloid of revolution; center: the vertex, axis: towards the opening";
     case Shape::kSpheroid:
@@ -83,9 +85,11 @@ std::string ShapeNames() {
 std::string ShapesHelp() {
   std::ostringstream text;
   for (const Shape shape : AllShapes()) {
-    text << "  " << ToString(shape) << std::string(12 - std::string(ToString(shape)).size(), ' ')
-         << Join(ParameterNames(shape), ", ") << "\n"
-         << std::string(14, ' ') << ShapeSummary(shape) << "\n";
+    const std::string name = ToString(shape);
+    text << std::string(kShapeIndent, ' ') << name
+         << std::string(kShapeNameWidth - name.size(), ' ') << Join(ParameterNames(shape), ", ")
+         << "\n"
+         << std::string(kShapeIndent + kShapeNameWidth, ' ') << ShapeSummary(shape) << "\n";
   }
   return text.str();
 }
@@ -277,9 +281,13 @@ void CheckOutputPattern(const char* option, const std::string& pattern,
   }
 }
 
+// The label is printed into tables, JSON and reports: no control characters (terminal escapes).
 void CheckUnits(const std::string& units) {
+  constexpr unsigned char kFirstPrintable = 0x20;
+  constexpr unsigned char kDelete = 0x7f;
   const bool printable = std::all_of(units.begin(), units.end(), [](char c) {
-    return static_cast<unsigned char>(c) >= 0x20 && c != 0x7f;
+    const auto byte = static_cast<unsigned char>(c);
+    return byte >= kFirstPrintable && byte != kDelete;
   });
   if (units.empty() || !printable) throw UsageError("--units needs a printable label");
 }
