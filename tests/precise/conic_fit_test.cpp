@@ -1,0 +1,356 @@
+// The precise ellipse, spheroid and paraboloid on generated data at CMM scale: exact recovery
+// from noiseless partial features, and data whose least-squares solution is known by
+// construction (deviations along the normals at the feet, made orthogonal to every column of
+// the Jacobian written out from the feet), held and started values, probe radii and
+// degenerate point sets.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <random>
+#include <vector>
+
+#include "precise/precise_fit.h"
+#include "precise_test_util.h"
+#include "support/geometry_compare.h"
+
+namespace metrofit::precise {
+namespace {
+
+namespace mt = ::metrofit::testing;
+using testing::Axis;
+using testing::Center;
+using testing::FindParameter;
+using testing::PointRequest;
+
+constexpr double kPi = 3.141592653589793;
+constexpr double kDeg = kPi / 180.0;
+// Agreement with the generating feature, relative to its size (lengths) or in rad.
+constexpr double kRelativeLength = 1e-11;
+constexpr double kAngleTol = 1e-10;
+
+Vec3 Unit(Vec3 v) {
+  return v.Normalize();
+}
+
+// A generating feature: centre (vertex), frame (e1 the ellipse's major direction), sizes as
+// Feature::size.
+struct Truth {
+  Shape shape = Shape::kEllipse;
+  Vec3 c;
+  Vec3 e1, e2, u;
+  double s0 = 0.0, s1 = 0.0;
+};
+
+Truth MakeTruth(Shape shape, const Vec3& c, const Vec3& axis, double s0, double s1) {
+  Truth t;
+  t.shape = shape;
+  t.c = c;
+  t.u = Unit(axis);
+  const Vec3 seed = std::fabs(t.u.x) < 0.9 ? Vec3(1, 0, 0) : Vec3(0, 1, 0);
+  t.e1 = Unit(seed - t.u * t.u.Dot(seed));
+  t.e2 = t.u.Cross(t.e1);
+  t.s0 = s0;
+  t.s1 = s1;
+  return t;
+}
+
+Vec3 World(const Truth& t, double a, double b, double h) {
+  return t.e1 * a + t.e2 * b + t.u * h;
+}
+
+// Feet on the feature, the outward unit normals there, and the columns of the Jacobian (the
+// normal speed of the surface under each free parameter; their span is what matters).
+struct Sample {
+  std::vector<Vec3> feet, normals;
+  std::vector<std::vector<double>> columns;  // per point
+};
+
+void AddFoot(const Truth& t, Sample* s, const Vec3& foot, const Vec3& normal,
+             std::vector<double> sizeColumns) {
+  const Vec3 arm = foot - t.c;
+  std::vector<double> col{normal.Dot(t.e1), normal.Dot(t.e2)};
+  if (t.shape == Shape::kEllipse) {
+    col.push_back(normal.Dot(t.u.Cross(arm)));  // in-plane turn
+  } else {
+    col.push_back(normal.Dot(t.u));
+    col.push_back(normal.Dot(t.e1.Cross(arm)));  // tilts
+    col.push_back(normal.Dot(t.e2.Cross(arm)));
+  }
+  col.insert(col.end(), sizeColumns.begin(), sizeColumns.end());
+  s->feet.push_back(foot);
+  s->normals.push_back(normal);
+  s->columns.push_back(col);
+}
+
+// Ellipse arc from angle `from` over `span` (parameter angle).
+Sample EllipseSample(const Truth& t, int n, double from, double span) {
+  Sample s;
+  const double a = t.s0, b = t.s1;
+  for (int i = 0; i < n; ++i) {
+    const double th = from + span * i / (n - 1);
+    const double x = a * std::cos(th), y = b * std::sin(th);
+    const Vec3 nrm = Unit(World(t, x / (a * a), y / (b * b), 0.0));
+    const double nx = nrm.Dot(t.e1), ny = nrm.Dot(t.e2);
+    AddFoot(t, &s, t.c + World(t, x, y, 0.0), nrm, {nx * x / a, ny * y / b});
+  }
+  return s;
+}
+
+// Spheroid zone between polar angles theta0 and theta1 (from +u), azimuths over `span`.
+Sample SpheroidSample(const Truth& t, int rings, int perRing, double theta0, double theta1,
+                      double span) {
+  Sample s;
+  const double along = t.s0, across = t.s1;
+  for (int i = 0; i < rings; ++i) {
+    const double th = theta0 + (theta1 - theta0) * i / (rings - 1);
+    for (int j = 0; j < perRing; ++j) {
+      const double ph = span * (j + 0.5 * (i % 2)) / perRing;
+      const double rho = across * std::sin(th), h = along * std::cos(th);
+      const Vec3 radial = World(t, std::cos(ph), std::sin(ph), 0.0);
+      const Vec3 nrm = Unit(radial * (rho / (across * across)) + t.u * (h / (along * along)));
+      AddFoot(t, &s, t.c + radial * rho + t.u * h, nrm,
+              {nrm.Dot(t.u) * h / along, nrm.Dot(radial) * rho / across});
+    }
+  }
+  return s;
+}
+
+// Paraboloid dish out to radius rim, azimuths over `span`; normals away from the focus.
+Sample ParaboloidSample(const Truth& t, int rings, int perRing, double rim, double span) {
+  Sample s;
+  const double f = t.s0;
+  for (int i = 0; i < rings; ++i) {
+    const double rho = rim * (i + 1) / rings;
+    for (int j = 0; j < perRing; ++j) {
+      const double ph = span * (j + 0.5 * (i % 2)) / perRing;
+      const double h = rho * rho / (4.0 * f);
+      const Vec3 radial = World(t, std::cos(ph), std::sin(ph), 0.0);
+      const Vec3 nrm = Unit(radial * (rho / (2.0 * f)) - t.u);
+      AddFoot(t, &s, t.c + radial * rho + t.u * h, nrm, {nrm.Dot(t.u) * h / f});
+    }
+  }
+  return s;
+}
+
+// v made orthogonal to the given columns (per point), by Gram-Schmidt applied twice.
+void ProjectOut(const std::vector<std::vector<double>>& rows, std::vector<double>* v) {
+  const std::size_t m = rows.size(), p = rows[0].size();
+  std::vector<std::vector<double>> basis;
+  for (std::size_t j = 0; j < p; ++j) {
+    std::vector<double> q(m);
+    for (std::size_t i = 0; i < m; ++i) q[i] = rows[i][j];
+    for (int pass = 0; pass < 2; ++pass) {
+      for (const auto& b : basis) {
+        double d = 0.0;
+        for (std::size_t i = 0; i < m; ++i) d += b[i] * q[i];
+        for (std::size_t i = 0; i < m; ++i) q[i] -= d * b[i];
+      }
+    }
+    double len = 0.0;
+    for (double x : q) len += x * x;
+    len = std::sqrt(len);
+    ASSERT_GT(len, 0.0) << "column " << j << " is dependent";
+    for (double& x : q) x /= len;
+    basis.push_back(q);
+  }
+  for (int pass = 0; pass < 2; ++pass) {
+    for (const auto& b : basis) {
+      double d = 0.0;
+      for (std::size_t i = 0; i < m; ++i) d += b[i] * (*v)[i];
+      for (std::size_t i = 0; i < m; ++i) (*v)[i] -= d * b[i];
+    }
+  }
+}
+
+// Deviations of rms `noise` with the given seed, orthogonal to the columns.
+std::vector<double> NullDeviations(const std::vector<std::vector<double>>& rows, double noise,
+                                   std::uint64_t seed) {
+  std::mt19937_64 rng(seed);
+  std::normal_distribution<double> g(0.0, 1.0);
+  std::vector<double> e(rows.size());
+  for (double& x : e) x = g(rng);
+  ProjectOut(rows, &e);
+  double ss = 0.0;
+  for (double x : e) ss += x * x;
+  const double k = ss > 0.0 ? noise / std::sqrt(ss / e.size()) : 0.0;
+  for (double& x : e) x *= k;
+  return e;
+}
+
+// The points of a sample with deviations of rms `noise` whose least-squares feature is the
+// generating one. The ellipse also gets heights over its plane orthogonal to (1, s, t) of the
+// in-plane points, so its least-squares plane is the generating plane.
+std::vector<Vec3> Points(const Truth& t, const Sample& s, double noise, std::uint64_t seed) {
+  std::vector<Vec3> pts(s.feet.size());
+  const std::vector<double> e =
+      noise > 0.0 ? NullDeviations(s.columns, noise, seed) : std::vector<double>(pts.size());
+  for (std::size_t i = 0; i < pts.size(); ++i) pts[i] = s.feet[i] + s.normals[i] * e[i];
+  if (t.shape == Shape::kEllipse && noise > 0.0) {
+    std::vector<std::vector<double>> plane;
+    for (const Vec3& p : pts) plane.push_back({1.0, (p - t.c).Dot(t.e1), (p - t.c).Dot(t.e2)});
+    const std::vector<double> h = NullDeviations(plane, noise, seed + 1);
+    for (std::size_t i = 0; i < pts.size(); ++i) pts[i] = pts[i] + t.u * h[i];
+  }
+  return pts;
+}
+
+struct Errors {
+  double length = 0.0;  // mm
+  double angle = 0.0;   // rad
+};
+
+// Largest differences between a fit and the truth. The ellipse's major direction and the
+// spheroid's axis are lines; the paraboloid's axis is directed.
+Errors Compare(const Truth& t, const FitResult& r) {
+  Errors e;
+  e.length = (Center(r) - t.c).Length();
+  const Vec3 u = Axis(r);
+  e.angle = t.shape == Shape::kParaboloid ? mt::DirectedAngle(u, t.u) : mt::AxisAngle(u, t.u);
+  switch (t.shape) {
+    case Shape::kEllipse: {
+      const auto& d = *r.major_direction;
+      e.angle = std::fmax(e.angle, mt::AxisAngle(Vec3(d[0], d[1], d[2]), t.e1));
+      e.length = std::fmax(e.length, std::fabs((*r.semi_axes)[0] - t.s0));
+      e.length = std::fmax(e.length, std::fabs((*r.semi_axes)[1] - t.s1));
+      break;
+    }
+    case Shape::kSpheroid:
+      e.length = std::fmax(e.length, std::fabs((*r.semi_axes)[0] - t.s0));
+      e.length = std::fmax(e.length, std::fabs((*r.semi_axes)[1] - t.s1));
+      break;
+    default:
+      e.length = std::fmax(e.length, std::fabs(*r.focal_length - t.s0));
+      break;
+  }
+  return e;
+}
+
+double Size(const Truth& t) {
+  return std::fmax(t.s0, t.s1);
+}
+
+FitResult FitAndReport(const Truth& t, const std::vector<Vec3>& pts, const char* what,
+                       Errors* errors) {
+  PointRequest pr(t.shape, pts);
+  const auto t0 = std::chrono::steady_clock::now();
+  const FitResult r = FitPrecise(pr.request);
+  const double ms =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+  *errors = Compare(t, r);
+  std::printf(
+      "%-44s %5zu points: length error %.2e mm, angle error %.2e rad, %d iterations, "
+      "%.1f ms\n",
+      what, pts.size(), errors->length, errors->angle, r.iterations, ms);
+  return r;
+}
+
+void ExpectRecovered(const Truth& t, const std::vector<Vec3>& pts, const char* what) {
+  Errors e;
+  const FitResult r = FitAndReport(t, pts, what, &e);
+  ASSERT_EQ(r.status, Status::kOk) << what << ": " << r.message;
+  EXPECT_TRUE(r.valid);
+  EXPECT_LT(e.length, kRelativeLength * (Size(t) + t.c.Length())) << what;
+  EXPECT_LT(e.angle, kAngleTol) << what;
+}
+
+const Vec3 kFarCentre(612.5, -480.25, 730.0);
+const Vec3 kTilted(0.3, -0.5, 0.81);
+
+Truth Ellipse() {
+  Truth t = MakeTruth(Shape::kEllipse, kFarCentre, kTilted, 40.0, 25.0);
+  return t;
+}
+Truth Prolate() {
+  return MakeTruth(Shape::kSpheroid, Vec3(-540.0, 820.0, 505.5), Vec3(-0.4, 0.2, 0.9), 30.0, 20.0);
+}
+Truth Oblate() {
+  return MakeTruth(Shape::kSpheroid, Vec3(-540.0, 820.0, 505.5), Vec3(0.6, 0.1, 0.79), 18.0, 26.0);
+}
+Truth Dish() {
+  return MakeTruth(Shape::kParaboloid, Vec3(455.0, 910.0, -620.0), Vec3(0.2, -0.7, 0.68), 60.0,
+                   0.0);
+}
+
+TEST(PreciseConics, ExactEllipseArcs) {
+  const Truth t = Ellipse();
+  ExpectRecovered(t, Points(t, EllipseSample(t, 30, 0.0, 2 * kPi), 0, 0), "ellipse full");
+  ExpectRecovered(t, Points(t, EllipseSample(t, 30, 0.3, 120 * kDeg), 0, 0), "ellipse 120 deg");
+  ExpectRecovered(t, Points(t, EllipseSample(t, 30, 1.2, 120 * kDeg), 0, 0),
+                  "ellipse 120 deg about the minor vertex");
+}
+
+TEST(PreciseConics, ExactSpheroidCaps) {
+  for (const Truth& t : {Prolate(), Oblate()}) {
+    ExpectRecovered(t, Points(t, SpheroidSample(t, 8, 16, 0.1, 2.8, 2 * kPi), 0, 0),
+                    "spheroid zone");
+    ExpectRecovered(t, Points(t, SpheroidSample(t, 6, 12, 0.0, 70 * kDeg, 2 * kPi), 0, 0),
+                    "spheroid cap 70 deg");
+    ExpectRecovered(t, Points(t, SpheroidSample(t, 6, 12, 0.5, 2.0, kPi), 0, 0),
+                    "spheroid half zone");
+  }
+}
+
+TEST(PreciseConics, ExactParaboloidDishes) {
+  const Truth t = Dish();
+  ExpectRecovered(t, Points(t, ParaboloidSample(t, 8, 16, 80.0, 2 * kPi), 0, 0), "dish");
+  ExpectRecovered(t, Points(t, ParaboloidSample(t, 6, 12, 40.0, kPi), 0, 0), "half dish");
+}
+
+TEST(PreciseConics, KnownSolutionEllipse) {
+  const Truth t = Ellipse();
+  for (double noise : {1e-3, 0.05, 0.4}) {
+    ExpectRecovered(t, Points(t, EllipseSample(t, 40, 0.0, 2 * kPi), noise, 11),
+                    "ellipse full, noisy");
+    ExpectRecovered(t, Points(t, EllipseSample(t, 40, 0.3, 120 * kDeg), noise, 12),
+                    "ellipse 120 deg, noisy");
+  }
+}
+
+TEST(PreciseConics, KnownSolutionSpheroid) {
+  for (const Truth& t : {Prolate(), Oblate()}) {
+    for (double noise : {1e-3, 0.05, 0.2}) {
+      ExpectRecovered(t, Points(t, SpheroidSample(t, 8, 16, 0.1, 2.8, 2 * kPi), noise, 21),
+                      "spheroid zone, noisy");
+      ExpectRecovered(t, Points(t, SpheroidSample(t, 6, 12, 0.0, 70 * kDeg, 2 * kPi), noise, 22),
+                      "spheroid cap 70 deg, noisy");
+    }
+  }
+}
+
+TEST(PreciseConics, KnownSolutionParaboloid) {
+  const Truth t = Dish();
+  for (double noise : {1e-3, 0.05, 0.4}) {
+    ExpectRecovered(t, Points(t, ParaboloidSample(t, 8, 16, 80.0, 2 * kPi), noise, 31),
+                    "dish, noisy");
+  }
+  for (double noise : {1e-3, 0.05}) {
+    ExpectRecovered(t, Points(t, ParaboloidSample(t, 6, 12, 40.0, kPi), noise, 32),
+                    "half dish, noisy");
+  }
+}
+
+// A shallow half dish (6.7 mm deep) with 0.4 mm deviations: the generating paraboloid is a
+// stationary point of the sum of squares but not its minimum; the fit must find a lower sum.
+TEST(PreciseConics, ShallowHalfDishFindsALowerSum) {
+  const Truth t = Dish();
+  const std::vector<Vec3> pts = Points(t, ParaboloidSample(t, 6, 12, 40.0, kPi), 0.4, 32);
+  PointRequest pr(t.shape, pts);
+  const FitResult fit = FitPrecise(pr.request);
+  ASSERT_EQ(fit.status, Status::kOk) << fit.message;
+  Feature truth;
+  truth.shape = t.shape;
+  truth.center = t.c;
+  truth.axis = t.u;
+  truth.size[0] = t.s0;
+  FitResult atTruth;
+  Describe(pr.request, truth, atTruth);
+  EXPECT_NEAR(atTruth.rms, 0.4, 1e-12);  // the construction's deviations
+  EXPECT_LT(fit.rms, atTruth.rms);
+  std::printf("shallow half dish: rms %.6f mm at the fit, %.6f mm at the generator\n", fit.rms,
+              atTruth.rms);
+}
+
+}  // namespace
+}  // namespace metrofit::precise
