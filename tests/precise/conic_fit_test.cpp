@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdio>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "precise/precise_fit.h"
@@ -29,6 +30,8 @@ constexpr double kDeg = kPi / 180.0;
 // Agreement with the generating feature, relative to its size (lengths) or in rad.
 constexpr double kRelativeLength = 1e-11;
 constexpr double kAngleTol = 1e-10;
+// Rounding of a unit vector's components after it is normalised and orthogonalised.
+constexpr double kDirectionRounding = 1e-15;
 
 Vec3 Unit(Vec3 v) {
   return v.Normalize();
@@ -350,6 +353,216 @@ TEST(PreciseConics, ShallowHalfDishFindsALowerSum) {
   EXPECT_LT(fit.rms, atTruth.rms);
   std::printf("shallow half dish: rms %.6f mm at the fit, %.6f mm at the generator\n", fit.rms,
               atTruth.rms);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Reported conventions, held and started values
+
+FitResult FitWith(const Truth& t, const std::vector<Vec3>& pts, std::vector<NamedValue> fixed,
+                  std::vector<NamedValue> start) {
+  PointRequest pr(t.shape, pts);
+  pr.request.fixed = std::move(fixed);
+  pr.request.start = std::move(start);
+  return FitPrecise(pr.request);
+}
+
+std::vector<double> Triple(const Vec3& v) {
+  return {v.x, v.y, v.z};
+}
+
+Vec3 MajorDirection(const FitResult& r) {
+  const auto& d = *r.major_direction;
+  return Vec3(d[0], d[1], d[2]);
+}
+
+TEST(PreciseConics, EllipseMajorDirectionAndSemiAxesOrder) {
+  const Truth t = Ellipse();
+  const std::vector<Vec3> pts = Points(t, EllipseSample(t, 40, 0.3, 200 * kDeg), 0.02, 41);
+  const FitResult automatic = FitWith(t, pts, {}, {});
+  ASSERT_EQ(automatic.status, Status::kOk) << automatic.message;
+  const Vec3 d = MajorDirection(automatic);
+  EXPECT_NEAR(d.Length(), 1.0, 1e-15);
+  EXPECT_NEAR(d.Dot(Axis(automatic)), 0.0, 1e-15);
+  // Largest-magnitude component positive when no direction is given.
+  const double big = std::fabs(d.x) >= std::fmax(std::fabs(d.y), std::fabs(d.z))
+                         ? d.x
+                         : (std::fabs(d.y) >= std::fabs(d.z) ? d.y : d.z);
+  EXPECT_GT(big, 0.0);
+  EXPECT_GE((*automatic.semi_axes)[0], (*automatic.semi_axes)[1]);
+  // Started with the semi-axes swapped (the longer along the true minor direction): the
+  // report still gives the major first, along the true major direction, in the given sense.
+  const FitResult swapped =
+      FitWith(t, pts, {}, {{"semi_axes", {t.s1, t.s0}}, {"major_direction", Triple(t.e1 * -1.0)}});
+  ASSERT_EQ(swapped.status, Status::kOk) << swapped.message;
+  EXPECT_LT(Compare(t, swapped).length, kRelativeLength * (Size(t) + t.c.Length()));
+  EXPECT_LT(mt::AxisAngle(MajorDirection(swapped), t.e1), kAngleTol);
+  EXPECT_LT(MajorDirection(swapped).Dot(t.e1), 0.0);
+  EXPECT_NEAR((*swapped.semi_axes)[0], t.s0, 1e-9);
+}
+
+TEST(PreciseConics, EllipseHeldValues) {
+  const Truth t = Ellipse();
+  const std::vector<Vec3> exact = Points(t, EllipseSample(t, 30, 0.3, 150 * kDeg), 0, 0);
+  const struct {
+    const char* name;
+    std::vector<double> value;
+  } held[] = {{"center", Triple(t.c)},
+              {"axis", Triple(t.u)},
+              {"major_direction", Triple(t.e1)},
+              {"semi_axes", {t.s0, t.s1}}};
+  for (const auto& h : held) {
+    const FitResult r = FitWith(t, exact, {{h.name, h.value}}, {});
+    ASSERT_EQ(r.status, Status::kOk) << h.name << ": " << r.message;
+    EXPECT_LT(Compare(t, r).length, kRelativeLength * (Size(t) + t.c.Length())) << h.name;
+    EXPECT_LT(Compare(t, r).angle, kAngleTol) << h.name;
+    const Parameter* p = FindParameter(r, h.name);
+    ASSERT_NE(p, nullptr);
+    for (std::size_t k = 0; k < p->value.size(); ++k) {
+      // The held direction is reported as the frame carries it: made unit and orthogonal to
+      // the plane's normal, which may move its last bits.
+      EXPECT_NEAR(p->value[k], h.value[k], kDirectionRounding) << h.name;
+      EXPECT_EQ(p->uncertainty[k], 0.0) << h.name;
+    }
+  }
+  // A held wrong major direction keeps it and fits the rest around it.
+  const Vec3 turned = Unit(t.e1 + t.e2 * 0.05);
+  const FitResult r = FitWith(t, exact, {{"major_direction", Triple(turned)}}, {});
+  EXPECT_EQ(r.status, Status::kOk) << r.message;
+  EXPECT_LT(mt::AxisAngle(MajorDirection(r), turned), 1e-15);
+  EXPECT_GT(r.rms, 1e-3);
+}
+
+TEST(PreciseConics, SpheroidAndParaboloidHeldValues) {
+  const Truth sph = Prolate();
+  const std::vector<Vec3> cap =
+      Points(sph, SpheroidSample(sph, 6, 12, 0.0, 80 * kDeg, 2 * kPi), 0, 0);
+  for (const NamedValue& h : std::vector<NamedValue>{
+           {"center", Triple(sph.c)}, {"axis", Triple(sph.u)}, {"semi_axes", {sph.s0, sph.s1}}}) {
+    const FitResult r = FitWith(sph, cap, {h}, {});
+    ASSERT_EQ(r.status, Status::kOk) << h.name << ": " << r.message;
+    EXPECT_LT(Compare(sph, r).length, kRelativeLength * (Size(sph) + sph.c.Length())) << h.name;
+    EXPECT_LT(Compare(sph, r).angle, kAngleTol) << h.name;
+    EXPECT_EQ(FindParameter(r, h.name)->uncertainty[0], 0.0) << h.name;
+    EXPECT_EQ(FindParameter(r, h.name)->value, h.value) << h.name;
+  }
+  const Truth dish = Dish();
+  const std::vector<Vec3> pts = Points(dish, ParaboloidSample(dish, 6, 12, 70.0, 2 * kPi), 0, 0);
+  for (const NamedValue& h : std::vector<NamedValue>{
+           {"center", Triple(dish.c)}, {"axis", Triple(dish.u)}, {"focal_length", {dish.s0}}}) {
+    const FitResult r = FitWith(dish, pts, {h}, {});
+    ASSERT_EQ(r.status, Status::kOk) << h.name << ": " << r.message;
+    EXPECT_LT(Compare(dish, r).length, kRelativeLength * (Size(dish) + dish.c.Length())) << h.name;
+    EXPECT_LT(Compare(dish, r).angle, kAngleTol) << h.name;
+    EXPECT_EQ(FindParameter(r, h.name)->value, h.value) << h.name;
+  }
+}
+
+// The paraboloid's axis points into the opening whatever sense a start or held axis names;
+// the spheroid's axis takes the given sense.
+TEST(PreciseConics, AxisSenses) {
+  const Truth dish = Dish();
+  const std::vector<Vec3> pts = Points(dish, ParaboloidSample(dish, 6, 12, 70.0, 2 * kPi), 0, 0);
+  for (const char* list : {"start", "fixed"}) {
+    const NamedValue reversed{"axis", Triple(dish.u * -1.0)};
+    const bool fixed = std::string(list) == "fixed";
+    const FitResult r =
+        FitWith(dish, pts, fixed ? std::vector<NamedValue>{reversed} : std::vector<NamedValue>{},
+                fixed ? std::vector<NamedValue>{} : std::vector<NamedValue>{reversed});
+    ASSERT_EQ(r.status, Status::kOk) << list << ": " << r.message;
+    EXPECT_LT(mt::DirectedAngle(Axis(r), dish.u), kAngleTol) << list;
+    EXPECT_NEAR(*r.focal_length, dish.s0, 1e-9) << list;
+  }
+  const Truth sph = Oblate();
+  const std::vector<Vec3> zone = Points(sph, SpheroidSample(sph, 6, 12, 0.3, 2.5, 2 * kPi), 0, 0);
+  const FitResult r = FitWith(sph, zone, {}, {{"axis", Triple(sph.u * -1.0)}});
+  ASSERT_EQ(r.status, Status::kOk) << r.message;
+  EXPECT_LT(mt::DirectedAngle(Axis(r), sph.u * -1.0), kAngleTol);
+}
+
+// Probe centres a probe radius off the part surface along its normals (outside, and inside a
+// spheroid): the fit reports the part surface, and the deviations of the centres are zero.
+TEST(PreciseConics, ProbeRadiusGivesThePartSurface) {
+  struct {
+    Truth t;
+    Sample s;
+    double probe;
+  } cases[] = {
+      {Ellipse(), EllipseSample(Ellipse(), 30, 0.3, 150 * kDeg), 2.0},
+      {Ellipse(), EllipseSample(Ellipse(), 30, 0.3, 150 * kDeg), -3.0},
+      {Prolate(), SpheroidSample(Prolate(), 6, 12, 0.2, 2.0, 2 * kPi), 1.5},
+      {Oblate(), SpheroidSample(Oblate(), 6, 12, 0.2, 2.0, 2 * kPi), -2.0},
+      {Dish(), ParaboloidSample(Dish(), 6, 12, 70.0, 2 * kPi), 2.5},
+      {Dish(), ParaboloidSample(Dish(), 6, 12, 70.0, 2 * kPi), -2.5},
+  };
+  for (const auto& c : cases) {
+    std::vector<Vec3> centres;
+    for (std::size_t i = 0; i < c.s.feet.size(); ++i)
+      centres.push_back(c.s.feet[i] + c.s.normals[i] * c.probe);
+    PointRequest pr(c.t.shape, centres);
+    pr.request.probe_radius = c.probe;
+    const FitResult r = FitPrecise(pr.request);
+    const std::string what = std::string("shape ") + std::to_string(static_cast<int>(c.t.shape)) +
+                             " probe " + std::to_string(c.probe);
+    ASSERT_EQ(r.status, Status::kOk) << what << ": " << r.message;
+    const Errors e = Compare(c.t, r);
+    EXPECT_LT(e.length, kRelativeLength * (Size(c.t) + c.t.c.Length())) << what;
+    EXPECT_LT(e.angle, kAngleTol) << what;
+    EXPECT_LT(r.rms, 1e-9) << what;
+  }
+}
+
+// A sphere measured as a spheroid: equal semi-axes leave the axis without effect on any
+// distance. On exact points that is a singular system, reported as degenerate; on noisy ones
+// the semi-axes differ by chance and the axis is returned with the (large) uncertainty that
+// says how little the points fix it.
+TEST(PreciseConics, SphereAsSpheroid) {
+  const Truth ball = MakeTruth(Shape::kSpheroid, kFarCentre, kTilted, 20.0, 20.0);
+  const Sample s = SpheroidSample(ball, 8, 16, 0.2, 2.9, 2 * kPi);
+  const FitResult exact = FitWith(ball, Points(ball, s, 0, 0), {}, {});
+  EXPECT_EQ(exact.status, Status::kDegenerate) << exact.message;
+  EXPECT_FALSE(exact.valid);
+  EXPECT_NE(exact.message.find("spheroid"), std::string::npos) << exact.message;
+  std::vector<Vec3> noisy = s.feet;
+  std::mt19937_64 rng(51);
+  std::normal_distribution<double> g(0.0, 0.002);
+  for (std::size_t i = 0; i < noisy.size(); ++i) noisy[i] = noisy[i] + s.normals[i] * g(rng);
+  const FitResult r = FitWith(ball, noisy, {}, {});
+  ASSERT_TRUE(r.status == Status::kOk || r.status == Status::kDegenerate) << r.message;
+  const Parameter* axes = FindParameter(r, "semi_axes");
+  const Parameter* axis = FindParameter(r, "axis");
+  ASSERT_NE(axes, nullptr);
+  ASSERT_NE(axis, nullptr);
+  std::printf(
+      "sphere as spheroid, 2 um noise: %s, A - B = %.2e mm (u %.1e), axis u %.1e\n",
+      r.status == Status::kOk ? "ok" : "degenerate", axes->value[0] - axes->value[1],
+      std::hypot(axes->uncertainty[0], axes->uncertainty[1]),
+      std::fmax(axis->uncertainty[0], std::fmax(axis->uncertainty[1], axis->uncertainty[2])));
+  if (r.status == Status::kOk) {
+    EXPECT_GT(
+        std::fmax(axis->uncertainty[0], std::fmax(axis->uncertainty[1], axis->uncertainty[2])),
+        1e-2);
+  }
+  EXPECT_NEAR(axes->value[0], 20.0, 0.01);
+  EXPECT_NEAR(axes->value[1], 20.0, 0.01);
+}
+
+TEST(PreciseConics, DegeneratePointSets) {
+  std::vector<Vec3> line;
+  for (int i = 0; i < 12; ++i) line.push_back(kFarCentre + Unit(kTilted) * (3.0 * i));
+  for (Shape shape : {Shape::kEllipse, Shape::kSpheroid, Shape::kParaboloid}) {
+    PointRequest pr(shape, line);
+    const FitResult r = FitPrecise(pr.request);
+    EXPECT_EQ(r.status, Status::kDegenerate) << r.message;
+    EXPECT_NE(r.message.find("one line"), std::string::npos) << r.message;
+  }
+  const Truth t = Ellipse();
+  const std::vector<Vec3> flat = Points(t, EllipseSample(t, 30, 0.0, 2 * kPi), 0, 0);
+  for (Shape shape : {Shape::kSpheroid, Shape::kParaboloid}) {
+    PointRequest pr(shape, flat);
+    const FitResult r = FitPrecise(pr.request);
+    EXPECT_EQ(r.status, Status::kDegenerate) << r.message;
+    EXPECT_NE(r.message.find("one plane"), std::string::npos) << r.message;
+  }
 }
 
 }  // namespace
