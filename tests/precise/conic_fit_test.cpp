@@ -355,6 +355,20 @@ TEST(PreciseConics, ShallowHalfDishFindsALowerSum) {
               atTruth.rms);
 }
 
+// Above 20 000 points the starts are compared on a subsample and only the best is iterated on
+// all the points; the known solution must still be found.
+TEST(PreciseConics, LargeSetsThroughTheScreenedStarts) {
+  const Truth sph = Oblate();
+  ExpectRecovered(sph, Points(sph, SpheroidSample(sph, 100, 300, 0.1, 2.6, 2 * kPi), 0.01, 61),
+                  "spheroid zone, 30 000 points");
+  const Truth dish = Dish();
+  ExpectRecovered(dish, Points(dish, ParaboloidSample(dish, 100, 300, 80.0, kPi), 0.01, 62),
+                  "half dish, 30 000 points");
+  const Truth t = Ellipse();
+  ExpectRecovered(t, Points(t, EllipseSample(t, 30000, 0.3, 120 * kDeg), 0.01, 63),
+                  "ellipse 120 deg, 30 000 points");
+}
+
 // ---------------------------------------------------------------------------------------------
 // Reported conventions, held and started values
 
