@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "modern/compatible_fit.h"
 #include "precise/precise_fit.h"
 #include "precise_test_util.h"
 #include "support/geometry_compare.h"
@@ -577,6 +578,22 @@ TEST(PreciseConics, DegeneratePointSets) {
     EXPECT_EQ(r.status, Status::kDegenerate) << r.message;
     EXPECT_NE(r.message.find("one plane"), std::string::npos) << r.message;
   }
+}
+
+// The compatible method describes its own paraboloid with the same distance model: on exact
+// points the deviations of the feature it returned vanish, and its uncertainties are finite.
+TEST(PreciseConics, CompatibleParaboloidIsDescribedByThePreciseModel) {
+  const Truth t = Dish();
+  const std::vector<Vec3> pts = Points(t, ParaboloidSample(t, 6, 12, 70.0, 2 * kPi), 0, 0);
+  PointRequest pr(t.shape, pts);
+  const FitResult r = FitCompatible(pr.request);
+  ASSERT_EQ(r.status, Status::kOk) << r.message;
+  ASSERT_EQ(r.deviations.size(), pts.size());
+  for (double d : r.deviations) EXPECT_LT(std::fabs(d), 1e-9);
+  EXPECT_LT(Compare(t, r).length, 1e-9);
+  const Parameter* focal = FindParameter(r, "focal_length");
+  ASSERT_NE(focal, nullptr);
+  EXPECT_TRUE(std::isfinite(focal->uncertainty[0]));
 }
 
 }  // namespace
