@@ -4,6 +4,8 @@
 #ifndef METROFIT_PRECISE_MODELS_ELLIPSE_MODEL_H
 #define METROFIT_PRECISE_MODELS_ELLIPSE_MODEL_H
 
+#include <limits>
+
 #include "precise/conic_distance.h"
 #include "precise/local_frame.h"
 
@@ -13,6 +15,12 @@ struct EllipseModel {
   static constexpr int kComponents = 1;
   explicit EllipseModel(const State& s) : a_(s.size[0]), b_(s.size[1]), offset_(s.offset) {}
   void Rows(const double q[3], double* r, double (*rows)[kLocalCount]) const {
+    if (!(a_ > 0.0 && b_ > 0.0)) {
+      // Only positive semi-axes are an ellipse: a step there is rejected by its NaN sum.
+      r[0] = std::numeric_limits<double>::quiet_NaN();
+      for (int i = 0; i < kLocalCount; ++i) rows[0][i] = 0.0;
+      return;
+    }
     const CurveDistance c = EllipseDistance(q[0], q[1], a_, b_);
     const double g[3] = {c.dx, c.dy, 0.0};
     r[0] = c.d - offset_;

@@ -4,6 +4,8 @@
 #ifndef METROFIT_PRECISE_MODELS_PARABOLOID_MODEL_H
 #define METROFIT_PRECISE_MODELS_PARABOLOID_MODEL_H
 
+#include <limits>
+
 #include "precise/conic_distance.h"
 #include "precise/local_frame.h"
 #include "precise/models/radial_direction.h"
@@ -14,6 +16,13 @@ struct ParaboloidModel {
   static constexpr int kComponents = 1;
   explicit ParaboloidModel(const State& s) : focal_(s.size[0]), offset_(s.offset) {}
   void Rows(const double q[3], double* r, double (*rows)[kLocalCount]) const {
+    if (!(focal_ > 0.0)) {
+      // A focal length through zero would turn the paraboloid inside out: a step there is rejected
+      // by its NaN sum.
+      r[0] = std::numeric_limits<double>::quiet_NaN();
+      for (int i = 0; i < kLocalCount; ++i) rows[0][i] = 0.0;
+      return;
+    }
     double g[3];
     const CurveDistance c = Meridian(q, g);
     r[0] = c.d - offset_;

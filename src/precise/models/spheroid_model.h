@@ -5,6 +5,8 @@
 #ifndef METROFIT_PRECISE_MODELS_SPHEROID_MODEL_H
 #define METROFIT_PRECISE_MODELS_SPHEROID_MODEL_H
 
+#include <limits>
+
 #include "precise/conic_distance.h"
 #include "precise/local_frame.h"
 #include "precise/models/radial_direction.h"
@@ -16,6 +18,12 @@ struct SpheroidModel {
   explicit SpheroidModel(const State& s)
       : along_(s.size[0]), across_(s.size[1]), offset_(s.offset) {}
   void Rows(const double q[3], double* r, double (*rows)[kLocalCount]) const {
+    if (!(along_ > 0.0 && across_ > 0.0)) {
+      // Only positive semi-axes are a spheroid: a step there is rejected by its NaN sum.
+      r[0] = std::numeric_limits<double>::quiet_NaN();
+      for (int i = 0; i < kLocalCount; ++i) rows[0][i] = 0.0;
+      return;
+    }
     double g[3];
     const CurveDistance c = Meridian(q, g);
     r[0] = c.d - offset_;
