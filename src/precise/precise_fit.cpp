@@ -20,6 +20,9 @@ constexpr double kFlatRatio = 1e-9;
 // Above this many points the starts are made and compared on a subsample of about kScreenSize.
 constexpr std::size_t kScreenThreshold = 20000;
 constexpr std::size_t kScreenSize = 4000;
+// The same for the spheroid and paraboloid, whose starts along the wrong principal axes often
+// run to the iteration limit: screening pays from fewer points.
+constexpr std::size_t kConicScreenThreshold = 6000;
 
 const char* Word(Shape shape) {
   switch (shape) {
@@ -156,7 +159,8 @@ std::vector<double> Subsample(const Request& r, std::size_t size) {
 // start then costs passes over a few thousand points, not over all.
 Solution SolveFromStarts(const Request& r, const PointStats& st, const Holds& holds,
                          const Vec3* given, int maxIterations, int* iterations) {
-  if (r.count > kScreenThreshold) {
+  const bool conic = r.shape == Shape::kSpheroid || r.shape == Shape::kParaboloid;
+  if (r.count > (conic ? kConicScreenThreshold : kScreenThreshold)) {
     const std::vector<double> sub = Subsample(r, kScreenSize);
     Request rs = r;
     rs.xyz = sub.data();
