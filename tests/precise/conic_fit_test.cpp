@@ -585,6 +585,33 @@ TEST(PreciseConics, SphereAsSpheroid) {
   EXPECT_NEAR(axes->value[1], 20.0, 0.01);
 }
 
+// The same for a circle measured as an ellipse: its major direction moves no distance.
+TEST(PreciseConics, CircleAsEllipse) {
+  const Truth round = MakeTruth(Shape::kEllipse, kFarCentre, kTilted, 20.0, 20.0);
+  const Sample s = EllipseSample(round, 36, 0.0, 2 * kPi);
+  const FitResult exact = FitWith(round, Points(round, s, 0, 0), {}, {});
+  EXPECT_EQ(exact.status, Status::kDegenerate) << exact.message;
+  EXPECT_NE(exact.message.find("ellipse"), std::string::npos) << exact.message;
+  std::vector<Vec3> noisy = s.feet;
+  std::mt19937_64 rng(52);
+  std::normal_distribution<double> g(0.0, 0.002);
+  for (std::size_t i = 0; i < noisy.size(); ++i) noisy[i] = noisy[i] + s.normals[i] * g(rng);
+  const FitResult r = FitWith(round, noisy, {}, {});
+  ASSERT_EQ(r.status, Status::kOk) << r.message;
+  const Parameter* axes = FindParameter(r, "semi_axes");
+  const Parameter* dir = FindParameter(r, "major_direction");
+  ASSERT_NE(axes, nullptr);
+  ASSERT_NE(dir, nullptr);
+  const double du =
+      std::fmax(dir->uncertainty[0], std::fmax(dir->uncertainty[1], dir->uncertainty[2]));
+  std::printf("circle as ellipse, 2 um noise: a - b = %.2e mm (u %.1e), direction u %.1e\n",
+              axes->value[0] - axes->value[1],
+              std::hypot(axes->uncertainty[0], axes->uncertainty[1]), du);
+  EXPECT_GT(du, 1e-2);
+  EXPECT_NEAR(axes->value[0], 20.0, 0.01);
+  EXPECT_NEAR(axes->value[1], 20.0, 0.01);
+}
+
 TEST(PreciseConics, DegeneratePointSets) {
   std::vector<Vec3> line;
   for (int i = 0; i < 12; ++i) line.push_back(kFarCentre + Unit(kTilted) * (3.0 * i));
