@@ -1,61 +1,157 @@
 #include "app.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <optional>
+
 #include "cli.h"
-#include "point_file.h"
+#include "html_report.h"
+#include "input.h"
+#include "progress.h"
 #include "report.h"
-#include "shapes.h"
 
 namespace metrofit::cli {
 
 namespace {
 
-constexpr char kStandardInput[] = "-";
+// What one FILE gave: its points and the fit.
+struct FileFit {
+  const std::string& file;
+  std::vector<Point> points;
+  FitResult result;
+};
 
-std::vector<KPt3<double>> ReadInput(const Options& options, std::istream& in) {
-  if (options.file == kStandardInput) return ReadPoints(in, "<stdin>");
-  return ReadPointFile(options.file);
+// The HTML report of a valid fit, written to the --report file.
+void HtmlReport(std::ostream& out, const FileFit& fit, const Options& options) {
+  WriteHtmlReport(out, ReportInput{fit.points, fit.result, fit.file, options.units});
 }
 
-// A probe radius the chosen fit ignores is most likely a misunderstanding; say so, but fit.
-void WarnUnusedProbeRadius(const Options& options, const Shape& shape, std::ostream& err) {
-  if (options.has_probe_radius && options.probe_radius != 0.0 && !shape.uses_probe_radius) {
-    err << "metrofit: note: the " << shape.name
-        << " fit does not compensate the probe radius; the result describes the surface "
-           "traced by the probe centre\n";
+// The exit status of a fit that is not valid.
+int NotValidStatus(Status status) {
+  switch (status) {
+    case Status::kUnknownShape:
+    case Status::kUnknownParameter:
+    case Status::kInvalidOption:
+    case Status::kUnsupported:
+      return kExitUsage;  // the options, not the points, are at fault
+    case Status::kNonFinitePoint:
+      return kExitInput;
+    default:
+      return kExitFitNotValid;
   }
 }
 
-int FitAndReport(const Options& options, const Shape& shape, std::vector<KPt3<double>> points,
-                 std::ostream& out) {
-  CFitInput input;
-  input.m_refPoint = options.has_ref_point ? options.ref_point : MeanPoint(points);
-  input.m_probeRadius = options.probe_radius;
-  input.m_centerParam = options.centre;
-  input.m_axisParam = options.axis;
-  input.m_size1Param = options.radius;
-  input.m_points = std::move(points);
-  CFitResult result;
-  const std::int32_t status = shape.fit(input, result);
-  const FitReport report{shape, input.m_points.size(), status, result};
+FitResult FitWithProgress(const FileFit& fit, const Options& options, std::ostream& err,
+                          const Environment& environment) {
+  if (!environment.progress) return Fit(fit.points, options.fit);
+  ProgressNotice notice(
+      err,
+      "metrofit: fitting " + fit.file + " (" + std::to_string(fit.points.size()) + " points)...",
+      environment.progress_delay);
+  FitResult result = Fit(fit.points, options.fit);
+  if (notice.Stop()) err << "metrofit: " << fit.file << " done\n";
+  return result;
+}
+
+// Writes `path` with `write`; false (and a message) when it cannot be written.
+bool WriteFile(const std::string& path, const std::function<void(std::ostream&)>& write,
+               std::ostream& err) {
+  std::ofstream file(path, std::ios::binary);
+  if (file) {
+    write(file);
+    file.close();
+  }
+  if (!file) {
+    const int saved_errno = errno;
+    err << "metrofit: cannot write '" << path
+        << "': " << (saved_errno != 0 ? std::strerror(saved_errno) : "write failed") << '\n';
+    return false;
+  }
+  return true;
+}
+
+// The files a valid fit asks for: deviations and report.
+int WriteOutputFiles(const FileFit& fit, const Options& options, std::ostream& err) {
+  if (!options.deviations.empty() &&
+      !WriteFile(
+          OutputPath(options.deviations, fit.file),
+          [&](std::ostream& out) { WriteDeviationsCsv(out, fit.points, fit.result); }, err)) {
+    return kExitInternal;
+  }
+  if (!options.report.empty() &&
+      !WriteFile(
+          OutputPath(options.report, fit.file),
+          [&](std::ostream& out) { HtmlReport(out, fit, options); }, err)) {
+    return kExitInternal;
+  }
+  return kExitOk;
+}
+
+void SayNotValid(const FileFit& fit, std::ostream& err) {
+  err << "metrofit: " << fit.file << ": no valid " << ToString(fit.result.shape) << " fit ("
+      << StatusText(fit.result.status) << ")";
+  if (!fit.result.message.empty()) err << ": " << fit.result.message;
+  err << '\n';
+}
+
+// Reads, fits and reports one FILE. `tables` counts the tables printed so far.
+int RunFile(const std::string& file, const Options& options, std::istream& in, std::ostream& out,
+            std::ostream& err, const Environment& environment, int* tables) {
+  FileFit fit{file, {}, {}};
+  try {
+    fit.points = ReadInputPoints(file, options.input, in);
+  } catch (const ReadError& e) {
+    err << "metrofit: " << e.what() << '\n';
+    return kExitInput;
+  }
+  fit.result = FitWithProgress(fit, options, err, environment);
+  const FitReport report{file, fit.points.size(), options.units, options.fit, fit.result};
   if (options.json) {
-    WriteJson(out, report);
-  } else {
+    WriteJson(out, report, options.json_deviations);
+  } else if (fit.result.valid) {
+    if ((*tables)++ > 0) out << '\n';
     WriteTable(out, report);
   }
-  return status != 0 ? kExitOk : kExitFitFailed;
+  if (!fit.result.valid) {
+    SayNotValid(fit, err);
+    return NotValidStatus(fit.result.status);
+  }
+  return WriteOutputFiles(fit, options, err);
+}
+
+// The KFit* functions compensate the probe radius only for the paraboloid and torus; the
+// compatible method returns what they return, so a radius given for another shape is ignored.
+void NoteUncompensatedProbeRadius(const FitOptions& fit, std::ostream& err) {
+  if (fit.method != Method::kCompatible || fit.probe_radius == 0.0 ||
+      fit.shape == Shape::kParaboloid || fit.shape == Shape::kTorus) {
+    return;
+  }
+  err << "metrofit: note: the compatible " << ToString(fit.shape)
+      << " fit does not compensate the probe radius; the result describes the surface of the "
+         "probe centres\n";
+}
+
+int RunFiles(const Options& options, std::istream& in, std::ostream& out, std::ostream& err,
+             const Environment& environment) {
+  NoteUncompensatedProbeRadius(options.fit, err);
+  int worst = kExitOk;
+  int tables = 0;
+  for (const std::string& file : options.files) {
+    const int status = RunFile(file, options, in, out, err, environment, &tables);
+    worst = std::max(worst, status);
+    // The same options would be refused for every other file too.
+    if (status == kExitUsage) break;
+  }
+  return worst;
 }
 
 }  // namespace
 
-KPt3<double> MeanPoint(const std::vector<KPt3<double>>& points) {
-  KPt3<double> sum;
-  if (points.empty()) return sum;
-  for (const KPt3<double>& p : points) sum += p;
-  return sum * (1.0 / static_cast<double>(points.size()));
-}
-
 int Run(const std::vector<std::string>& args, std::istream& in, std::ostream& out,
-        std::ostream& err) {
+        std::ostream& err, const Environment& environment) {
   Options options;
   try {
     options = ParseArguments(args);
@@ -63,24 +159,12 @@ int Run(const std::vector<std::string>& args, std::istream& in, std::ostream& ou
     err << "metrofit: " << e.what() << "\nTry 'metrofit --help'.\n";
     return kExitUsage;
   }
-  if (options.help) {
-    out << HelpText();
-    return kExitOk;
+  int status = kExitOk;
+  if (options.print.empty()) {
+    status = RunFiles(options, in, out, err, environment);
+  } else {
+    out << options.print;
   }
-  const Shape* shape = FindShape(options.shape);
-  if (shape == nullptr) {  // ParseArguments accepts known shapes only
-    err << "metrofit: unknown shape '" << options.shape << "'\n";
-    return kExitUsage;
-  }
-  std::vector<KPt3<double>> points;
-  try {
-    points = ReadInput(options, in);
-  } catch (const InputError& e) {
-    err << "metrofit: " << e.what() << '\n';
-    return kExitInput;
-  }
-  WarnUnusedProbeRadius(options, *shape, err);
-  const int status = FitAndReport(options, *shape, std::move(points), out);
   out.flush();
   if (!out) {
     err << "metrofit: cannot write the result\n";

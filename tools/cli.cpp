@@ -1,313 +1,438 @@
 #include "cli.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cctype>
+#include <charconv>
 #include <cmath>
-#include <cstdlib>
-#include <iterator>
+#include <filesystem>
+#include <set>
 #include <sstream>
+#include <system_error>
 
-#include "shapes.h"
+#include "input.h"
 
 namespace metrofit::cli {
 
 namespace {
 
-constexpr char kProbeRadius[] = "--probe-radius";
-constexpr char kRefPoint[] = "--ref-point";
-constexpr char kJson[] = "--json";
-constexpr char kCentre[] = "--centre";
-constexpr char kAxis[] = "--axis";
-constexpr char kRadius[] = "--radius";
-constexpr char kHold[] = "--hold";
+constexpr char kStandardInput[] = "-";
+constexpr char kStemPlaceholder[] = "{stem}";
+// Name of standard input in output file names.
+constexpr char kStandardInputStem[] = "stdin";
+// Width of the option column of the help text.
+constexpr std::size_t kHelpColumn = 26;
+// Layout of the shape list in the help: the names, then the parameters, summary beneath.
+constexpr std::size_t kShapeIndent = 2;
+constexpr std::size_t kShapeNameWidth = 12;
 
-// The library takes a nominal axis shorter than this for no direction at all and starts along
-// z instead; the tool refuses it rather than let a typo turn into a different axis.
-constexpr double kMinAxisLength = 1e-4;
+// Options of earlier versions of the tool, and what replaces them.
+struct RetiredOption {
+  const char* name;
+  const char* hint;
+};
+const RetiredOption kRetiredOptions[] = {
+    {"--centre", "--centre was replaced by --start center=X,Y,Z (or --fix center=X,Y,Z)"},
+    {"--axis", "--axis was replaced by --start axis=X,Y,Z (or --fix axis=X,Y,Z)"},
+    {"--radius", "--radius was replaced by --start radius=R (or --fix radius=R)"},
+    {"--hold", "--hold was replaced by --fix NAME=VALUE"},
+    {"--ref-point",
+     "--ref-point was removed: the center of a line, plane or cylinder is the point of the "
+     "line, plane or axis nearest the centroid of the points"},
+};
 
-bool IsHelp(const std::string& arg) {
-  return arg == "--help" || arg == "-h";
+// One line of help per shape: what its center and axis are.
+const char* ShapeSummary(Shape shape) {
+  switch (shape) {
+    case Shape::kLine:
+      return "straight line; center: its point nearest the centroid";
+    case Shape::kPlane:
+      return "plane; center: its point nearest the centroid, axis: the normal";
+    case Shape::kCircle:
+      return "circle in space; axis: the normal of its plane";
+    case Shape::kSphere:
+      return "sphere";
+    case Shape::kCylinder:
+      return "cylinder; center: the axis point nearest the centroid";
+    case Shape::kCone:
+      return "cone; center: the apex, axis: towards the opening, half_angle in rad";
+    case Shape::kEllipse:
+      return "ellipse in a plane (precise only); axis: normal; semi_axes: major, minor";
+    case Shape::kParaboloid:
+      return "paraboloid of revolution; center: the vertex, axis: towards the opening";
+    case Shape::kSpheroid:
+      return "ellipsoid of revolution; semi_axes: along the axis, across it";
+    case Shape::kTorus:
+      return "torus; axis: the normal of its middle plane";
+  }
+  return "";
+}
+
+std::string Join(const std::vector<std::string>& items, const char* separator) {
+  std::string text;
+  for (const std::string& item : items) {
+    if (!text.empty()) text += separator;
+    text += item;
+  }
+  return text;
 }
 
 std::string ShapeNames() {
-  std::string names;
-  for (const Shape& shape : AllShapes()) {
-    if (!names.empty()) names += ", ";
-    names += shape.name;
+  std::vector<std::string> names;
+  for (const Shape shape : AllShapes()) names.emplace_back(ToString(shape));
+  return Join(names, ", ");
+}
+
+std::string ShapesHelp() {
+  std::ostringstream text;
+  for (const Shape shape : AllShapes()) {
+    const std::string name = ToString(shape);
+    text << std::string(kShapeIndent, ' ') << name
+         << std::string(kShapeNameWidth - name.size(), ' ') << Join(ParameterNames(shape), ", ")
+         << "\n"
+         << std::string(kShapeIndent + kShapeNameWidth, ' ') << ShapeSummary(shape) << "\n";
   }
-  return names;
+  return text.str();
 }
 
-// Splits "--name=value" into name and value; a plain "--name" gives no value.
-void SplitOption(const std::string& arg, std::string* name, std::string* value,
-                 bool* inline_value) {
-  const std::size_t eq = arg.find('=');
-  *inline_value = eq != std::string::npos;
-  *name = arg.substr(0, eq);
-  *value = *inline_value ? arg.substr(eq + 1) : std::string();
+std::string Footer() {
+  return "SHAPE and the names of its parameters, as --fix and --start take them (center,\n"
+         "axis and major_direction hold X,Y,Z, semi_axes two values, the others one):\n" +
+         ShapesHelp() +
+         "\n"
+         "Lengths are in the units of FILE (--units only names them); angles in radians.\n"
+         "\n"
+         "FILE is whitespace text (.xyz .txt .asc: one point per line, '#' comments),\n"
+         "CSV (.csv: a header row naming x, y and z, or --columns), PLY, PTS or PCD,\n"
+         "chosen by --format, else by extension, else by content. Numbers are strict\n"
+         "decimals (no hexadecimal, nan or inf); --decimal-comma reads decimal commas.\n"
+         "'-' reads standard input. Several FILEs are fitted one after the other with\n"
+         "the same options, each with its own result, in order.\n"
+         "\n"
+         "Output: a table per FILE with every parameter and its standard uncertainty\n"
+         "(\"(fixed)\" for a fixed one), the number of points, rms, sigma, the smallest\n"
+         "and largest signed deviation, the form error, the iterations and the status.\n"
+         "A fit that is not valid prints no table: the reason goes to standard error.\n"
+         "With --json, one JSON object per FILE, each on one line (schema metrofit.fit/1;\n"
+         "not valid fits included, with \"valid\": false; a FILE that cannot be read\n"
+         "gives only its message). When standard error is a terminal, a fit still\n"
+         "running after a second is announced there.\n"
+         "\n"
+         "Output file names (--deviations, --report): \"{stem}\" stands for the name of\n"
+         "the FILE without directory and extension (\"stdin\" for '-'); with several\n"
+         "FILEs the name must contain it.\n"
+         "\n"
+         "Exit status (the worst over all FILEs):\n"
+         "  0  every fit is valid\n"
+         "  1  a fit is not valid: too few points, a degenerate point set, no convergence\n"
+         "     or a failed compatible fit\n"
+         "  2  usage error: unknown option, shape or parameter name, or a bad value\n"
+         "  3  a FILE cannot be read or is not a point file\n"
+         "  4  internal error, or an output cannot be written\n";
 }
 
-// The value of an option that takes one: the text after '=' or the next argument.
-std::string OptionValue(const std::string& name, const std::string& inline_text, bool inline_value,
-                        const std::vector<std::string>& args, std::size_t* i) {
-  if (inline_value) return inline_text;
-  if (*i + 1 >= args.size()) throw UsageError("option " + name + " needs a value");
-  return args[++*i];
+// What CLI11 collects before the values are checked.
+struct RawArguments {
+  std::string shape;
+  std::vector<std::string> files;
+  std::string method = "precise";
+  std::vector<std::string> fix;
+  std::vector<std::string> start;
+  std::string probe_radius = "0";
+  std::string format = "auto";
+  std::string columns;
+  std::vector<std::string> retired[std::size(kRetiredOptions)];
+};
+
+// Each occurrence of a repeatable option takes exactly one value, so that FILEs may follow.
+CLI::Option* Repeatable(CLI::App* app, const char* name, std::vector<std::string>* values,
+                        const char* type, const char* help) {
+  return app->add_option(name, *values, help)->type_name(type)->allow_extra_args(false);
 }
 
-std::string Trimmed(const std::string& text) {
-  const char* blanks = " \t";
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string::npos) return std::string();
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+void AddFitOptions(CLI::App* fit, RawArguments* raw, Options* options) {
+  fit->add_option("SHAPE", raw->shape, "the shape to fit (see below)")->required();
+  fit->add_option("FILE", raw->files, "point files; '-' is standard input")->required();
+  fit->add_option("--method", raw->method,
+                  "precise (default): the orthogonal-distance least-\n"
+                  "squares fit to full precision, with standard\n"
+                  "uncertainties; compatible: exactly what the\n"
+                  "library's KFit* function returns (no planar ellipse)")
+      ->type_name("METHOD");
+  Repeatable(fit, "--fix", &raw->fix, "NAME=V[,V...]",
+             "hold parameter NAME at the value, e.g. radius=10\n"
+             "or axis=0,0,1 (repeatable)");
+  Repeatable(fit, "--start", &raw->start, "NAME=V[,V...]",
+             "start the fit from this value of NAME, a nominal\n"
+             "value (repeatable)");
+  fit->add_option("--probe-radius", raw->probe_radius,
+                  "radius of the probe ball whose centres FILE holds:\n"
+                  "positive where the centres lie outside the surface\n"
+                  "(a shaft, a ball), negative inside (a bore). The\n"
+                  "precise method reports the surface the ball\n"
+                  "touched; the compatible one compensates only as\n"
+                  "its KFit* function does (paraboloid and torus).\n"
+                  "Default 0: the points are on the surface")
+      ->type_name("R");
+  fit->add_option("--units", options->units,
+                  "name of the length unit in the output (default mm;\n"
+                  "nothing is converted)")
+      ->type_name("LABEL");
+  fit->add_flag("--json", options->json, "print each result as one line of JSON");
+  fit->add_flag("--json-deviations", options->json_deviations,
+                "with --json: also the signed deviation and the\n"
+                "residual vector of every point");
+  fit->add_option("--deviations", options->deviations,
+                  "write x,y,z and the signed deviation of every\n"
+                  "point of a valid fit to a CSV file")
+      ->type_name("FILE.csv");
+  fit->add_option("--report", options->report, "write an HTML report of a valid fit")
+      ->type_name("FILE.html");
+  fit->add_option("--format", raw->format, kFormatHelp)->type_name("FORMAT");
+  fit->add_option("--columns", raw->columns,
+                  "the x, y and z columns of a text or CSV FILE,\n"
+                  "from 1 (default: the header's, else the first three)")
+      ->type_name("X,Y,Z");
+  fit->add_flag("--decimal-comma", options->input.decimal_comma,
+                "FILE writes numbers with a decimal comma (1,5)");
+  for (std::size_t k = 0; k < std::size(kRetiredOptions); ++k) {
+    // Hidden: accepted only to say what replaced them.
+    fit->add_option(kRetiredOptions[k].name, raw->retired[k])->group("")->allow_extra_args(false);
+  }
 }
 
-// The number an option takes: finite, and >= 0 or, for `positive`, > 0.
-double NumberValue(const std::string& name, const std::string& text, bool positive) {
+Shape CheckedShape(const std::string& name) {
+  const std::optional<Shape> shape = ShapeFromName(name);
+  if (!shape) throw UsageError("unknown shape '" + name + "' (known: " + ShapeNames() + ")");
+  return *shape;
+}
+
+Method CheckedMethod(const std::string& name) {
+  const std::optional<Method> method = MethodFromName(name);
+  if (!method) throw UsageError("--method takes precise or compatible, not '" + name + "'");
+  return *method;
+}
+
+double CheckedProbeRadius(const std::string& text) {
+  const std::optional<double> value = ParseNumber(text);
+  if (!value) throw UsageError("--probe-radius needs a finite number, not '" + text + "'");
+  return *value;
+}
+
+// --fix and --start values; a parameter is named at most once over both.
+void SetNamedValues(const RawArguments& raw, FitOptions* fit) {
+  std::set<std::string> named;
+  const auto add = [&](const char* option, const std::string& text, std::vector<NamedValue>* into) {
+    NamedValue value = ParseNamedValue(option, text, fit->shape);
+    if (!named.insert(value.name).second) {
+      throw UsageError("parameter '" + value.name + "' is given more than once");
+    }
+    into->push_back(std::move(value));
+  };
+  for (const std::string& text : raw.fix) add("--fix", text, &fit->fixed);
+  for (const std::string& text : raw.start) add("--start", text, &fit->start);
+}
+
+std::vector<int> CheckedColumns(const std::string& text) {
+  const std::optional<std::vector<int>> columns = ParseColumns(text);
+  if (!columns) {
+    throw UsageError("--columns needs three different column numbers X,Y,Z from 1, not '" + text +
+                     "'");
+  }
+  return *columns;
+}
+
+void SetInputOptions(const RawArguments& raw, InputOptions* input) {
+  input->format = raw.format;
+  if (!raw.columns.empty()) input->columns = CheckedColumns(raw.columns);
+  const std::string problem = CheckInputOptions(*input);
+  if (!problem.empty()) throw UsageError(problem);
+}
+
+void CheckFiles(const std::vector<std::string>& files) {
+  if (std::count(files.begin(), files.end(), kStandardInput) > 1) {
+    throw UsageError("standard input '-' can be read only once");
+  }
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+  if (a == b) return true;
+  std::error_code ec;
+  return std::filesystem::equivalent(a, b, ec) && !ec;
+}
+
+// Output names: one per FILE, all different, none of them an input file.
+void CheckOutputPattern(const char* option, const std::string& pattern,
+                        const std::vector<std::string>& files) {
+  if (pattern.empty()) return;
+  if (files.size() > 1 && pattern.find(kStemPlaceholder) == std::string::npos) {
+    throw UsageError(std::string(option) + " needs {stem} in its name with several FILEs");
+  }
+  std::set<std::string> names;
+  for (const std::string& file : files) {
+    const std::string name = OutputPath(pattern, file);
+    if (!names.insert(name).second) {
+      throw UsageError(std::string(option) + " would write '" + name + "' twice");
+    }
+    for (const std::string& input : files) {
+      if (input != kStandardInput && SameFile(name, input)) {
+        throw UsageError(std::string(option) + " would overwrite the input file '" + input + "'");
+      }
+    }
+  }
+}
+
+// The label is printed into tables, JSON and reports: no control characters (terminal escapes).
+void CheckUnits(const std::string& units) {
+  constexpr unsigned char kFirstPrintable = 0x20;
+  constexpr unsigned char kDelete = 0x7f;
+  const bool printable = std::all_of(units.begin(), units.end(), [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte >= kFirstPrintable && byte != kDelete;
+  });
+  if (units.empty() || !printable) throw UsageError("--units needs a printable label");
+}
+
+void CheckRetired(const RawArguments& raw) {
+  for (std::size_t k = 0; k < std::size(kRetiredOptions); ++k) {
+    if (!raw.retired[k].empty()) throw UsageError(kRetiredOptions[k].hint);
+  }
+}
+
+Options Validated(const RawArguments& raw, Options options) {
+  CheckRetired(raw);
+  options.shape = CheckedShape(raw.shape);
+  options.files = raw.files;
+  CheckFiles(options.files);
+  options.fit.shape = options.shape;
+  options.fit.method = CheckedMethod(raw.method);
+  options.fit.probe_radius = CheckedProbeRadius(raw.probe_radius);
+  SetNamedValues(raw, &options.fit);
+  SetInputOptions(raw, &options.input);
+  CheckUnits(options.units);
+  if (options.json_deviations && !options.json) {
+    throw UsageError("--json-deviations needs --json");
+  }
+  CheckOutputPattern("--deviations", options.deviations, options.files);
+  CheckOutputPattern("--report", options.report, options.files);
+  return options;
+}
+
+// The CLI11 application and where it stores what it reads.
+struct Parser {
+  Parser() {
+    fit = app.add_subcommand("fit",
+                             "Fits SHAPE to the measured points of each FILE and prints the "
+                             "result.\n'metrofit --version' prints the version.");
+    AddFitOptions(fit, &raw, &options);
+    app.set_version_flag("--version", VersionText());
+    app.require_subcommand(1);
+    app.get_formatter()->column_width(kHelpColumn);
+    fit->footer(Footer());
+  }
+  CLI::App app{"", "metrofit"};
+  CLI::App* fit = nullptr;
+  RawArguments raw;
+  Options options;
+};
+
+}  // namespace
+
+const std::vector<Shape>& AllShapes() {
+  static const std::vector<Shape> shapes = [] {
+    std::vector<Shape> all;
+    for (int k = 0; k <= static_cast<int>(Shape::kTorus); ++k) all.push_back(Shape(k));
+    return all;
+  }();
+  return shapes;
+}
+
+std::optional<double> ParseNumber(std::string_view text) {
   double value = 0.0;
-  if (!ParseNumber(text, &value) || value < 0.0 || (positive && value == 0.0)) {
-    throw UsageError(name + " needs a finite number " + (positive ? "> 0" : ">= 0") + ", not '" +
-                     text + "'");
+  const char* end = text.data() + text.size();
+  // from_chars takes no blanks, no '+' and no hexadecimal in the general format.
+  const auto [ptr, ec] = std::from_chars(text.data(), end, value, std::chars_format::general);
+  if (text.empty() || ec != std::errc() || ptr != end || !std::isfinite(value)) {
+    return std::nullopt;
   }
   return value;
 }
 
-// The point or direction an option takes.
-KPt3<double> PointValue(const std::string& name, const std::string& text) {
-  KPt3<double> point;
-  if (!ParsePoint(text, &point)) {
-    throw UsageError(name + " needs three finite numbers X,Y,Z, not '" + text + "'");
-  }
-  return point;
+std::size_t ValueCount(std::string_view parameter) {
+  if (parameter == "center" || parameter == "axis" || parameter == "major_direction") return 3;
+  return parameter == "semi_axes" ? 2 : 1;
 }
 
-// A given nominal value starts the fit; components already named by --hold stay held.
-void SetNominal(CFitParam* param, const KPt3<double>& value, int components, bool* given) {
-  param->value = value;
-  for (int k = 0; k < components; ++k) {
-    if (param->mode[k] != kHeld) param->mode[k] = kStartValue;
+NamedValue ParseNamedValue(std::string_view option, std::string_view text, Shape shape) {
+  const std::string where = std::string(option) + " " + std::string(text);
+  const std::size_t eq = text.find('=');
+  if (eq == std::string_view::npos) throw UsageError(where + ": expected NAME=VALUE");
+  NamedValue named{std::string(text.substr(0, eq)), {}};
+  const std::vector<std::string> names = ParameterNames(shape);
+  if (std::find(names.begin(), names.end(), named.name) == names.end()) {
+    throw UsageError(where + ": a " + ToString(shape) + " has no parameter '" + named.name +
+                     "' (it has " + Join(names, ", ") + ")");
   }
-  *given = true;
+  std::string_view values = text.substr(eq + 1);
+  while (true) {
+    const std::size_t comma = std::min(values.find(','), values.size());
+    const std::optional<double> value = ParseNumber(values.substr(0, comma));
+    if (!value)
+      throw UsageError(where + ": '" + std::string(values.substr(0, comma)) +
+                       "' is not a finite number");
+    named.value.push_back(*value);
+    if (comma == values.size()) break;
+    values.remove_prefix(comma + 1);
+  }
+  const std::size_t count = ValueCount(named.name);
+  if (named.value.size() != count) {
+    throw UsageError(where + ": " + named.name + " takes " + std::to_string(count) +
+                     (count == 1 ? " number" : " numbers separated by commas"));
+  }
+  return named;
 }
 
-// --hold x,y,z,axis,radius: the named nominal values are held instead of only starting the fit.
-void ApplyHold(const std::string& list, Options* options) {
-  std::size_t start = 0;
-  while (start <= list.size()) {
-    const std::size_t comma = std::min(list.find(',', start), list.size());
-    const std::string item = Trimmed(list.substr(start, comma - start));
-    if (item == "x" || item == "y" || item == "z") {
-      options->centre.mode[item[0] - 'x'] = kHeld;
-    } else if (item == "axis") {
-      for (int& mode : options->axis.mode) mode = kHeld;
-    } else if (item == "radius") {
-      options->radius.mode[0] = kHeld;
-    } else {
-      throw UsageError("--hold takes x, y, z, axis or radius separated by commas, not '" + list +
-                       "'");
-    }
-    start = comma + 1;
+std::string OutputPath(const std::string& pattern, const std::string& file) {
+  const std::string stem =
+      file == kStandardInput ? kStandardInputStem : std::filesystem::path(file).stem().string();
+  std::string path = pattern;
+  const std::size_t length = std::string(kStemPlaceholder).size();
+  for (std::size_t at = path.find(kStemPlaceholder); at != std::string::npos;
+       at = path.find(kStemPlaceholder, at + stem.size())) {
+    path.replace(at, length, stem);
   }
+  return path;
 }
-
-bool AnyHeld(const CFitParam& param) {
-  return std::find(std::begin(param.mode), std::end(param.mode), kHeld) != std::end(param.mode);
-}
-
-// A held value must have been given: holding the library's default of zero is never meant.
-void CheckHeldValuesGiven(const Options& options) {
-  if (AnyHeld(options.centre) && !options.has_centre) {
-    throw UsageError("--hold x, y or z needs --centre");
-  }
-  if (AnyHeld(options.axis) && !options.has_axis) throw UsageError("--hold axis needs --axis");
-  if (AnyHeld(options.radius) && !options.has_radius) {
-    throw UsageError("--hold radius needs --radius");
-  }
-}
-
-// Every option but --json takes a value.
-void ApplyValueOption(const std::string& name, const std::string& text, Options* options) {
-  if (name == kProbeRadius) {
-    options->probe_radius = NumberValue(name, text, false);
-    options->has_probe_radius = true;
-  } else if (name == kRefPoint) {
-    options->ref_point = PointValue(name, text);
-    options->has_ref_point = true;
-  } else if (name == kCentre) {
-    SetNominal(&options->centre, PointValue(name, text), 3, &options->has_centre);
-  } else if (name == kAxis) {
-    const KPt3<double> axis = PointValue(name, text);
-    if (axis.Length() < kMinAxisLength) {
-      throw UsageError("--axis needs a direction, not '" + text + "'");
-    }
-    SetNominal(&options->axis, axis, 3, &options->has_axis);
-  } else if (name == kRadius) {
-    const double r = NumberValue(name, text, true);
-    SetNominal(&options->radius, KPt3<double>(r, 0.0, 0.0), 1, &options->has_radius);
-  } else {
-    ApplyHold(text, options);
-  }
-}
-
-void ApplyOption(const std::string& arg, const std::vector<std::string>& args, std::size_t* i,
-                 Options* options) {
-  std::string name, text;
-  bool inline_value = false;
-  SplitOption(arg, &name, &text, &inline_value);
-  if (name == kJson) {
-    if (inline_value) throw UsageError("option --json takes no value");
-    options->json = true;
-    return;
-  }
-  const char* const value_options[] = {kProbeRadius, kRefPoint, kCentre, kAxis, kRadius, kHold};
-  if (std::find(std::begin(value_options), std::end(value_options), name) ==
-      std::end(value_options)) {
-    throw UsageError("unknown option '" + arg + "'");
-  }
-  ApplyValueOption(name, OptionValue(name, text, inline_value, args, i), options);
-}
-
-void SetPositionals(const std::vector<std::string>& positionals, Options* options) {
-  if (positionals.empty()) throw UsageError("missing SHAPE and FILE");
-  if (positionals.size() == 1) throw UsageError("missing FILE");
-  if (positionals.size() > 2) throw UsageError("unexpected argument '" + positionals[2] + "'");
-  if (FindShape(positionals[0]) == nullptr) {
-    throw UsageError("unknown shape '" + positionals[0] + "' (known: " + ShapeNames() + ")");
-  }
-  options->shape = positionals[0];
-  options->file = positionals[1];
-}
-
-Options ParseFit(const std::vector<std::string>& args) {
-  Options options;
-  std::vector<std::string> positionals;
-  bool options_done = false;
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    const std::string& arg = args[i];
-    if (options_done || arg == "-" || arg.empty() || arg[0] != '-') {
-      positionals.push_back(arg);
-    } else if (arg == "--") {
-      options_done = true;
-    } else if (IsHelp(arg)) {
-      options.help = true;
-      return options;
-    } else {
-      ApplyOption(arg, args, &i, &options);
-    }
-  }
-  SetPositionals(positionals, &options);
-  CheckHeldValuesGiven(options);
-  return options;
-}
-
-}  // namespace
 
 Options ParseArguments(const std::vector<std::string>& args) {
-  if (args.empty()) throw UsageError("missing command");
-  if (IsHelp(args[0]) || args[0] == "help") {
-    Options options;
-    options.help = true;
-    return options;
+  // CLI11 would only say that a subcommand is required.
+  if (args.empty()) throw UsageError("missing command: metrofit fit SHAPE FILE...");
+  if (args[0] != "fit" && !args[0].empty() && args[0][0] != '-') {
+    throw UsageError("unknown command '" + args[0] + "' (the command is fit)");
   }
-  if (args[0] != "fit") throw UsageError("unknown command '" + args[0] + "'");
-  return ParseFit(args);
-}
-
-bool ParseNumber(const std::string& text, double* value) {
-  // strtod skips leading blanks; a value is the whole argument or nothing.
-  if (text.empty() || std::isspace(static_cast<unsigned char>(text[0]))) return false;
-  char* end = nullptr;
-  const double parsed = std::strtod(text.c_str(), &end);
-  if (end == text.c_str() || *end != '\0' || !std::isfinite(parsed)) return false;
-  *value = parsed;
-  return true;
-}
-
-bool ParsePoint(const std::string& text, KPt3<double>* point) {
-  double xyz[3];
-  std::size_t start = 0;
-  for (int k = 0; k < 3; ++k) {
-    const std::size_t comma = text.find(',', start);
-    const bool last = k == 2;
-    // The first two coordinates end at a comma, the last at the end of the text.
-    if (last != (comma == std::string::npos)) return false;
-    const std::size_t end = last ? text.size() : comma;
-    if (!ParseNumber(Trimmed(text.substr(start, end - start)), &xyz[k])) return false;
-    start = end + 1;
+  Parser parser;
+  // CLI11 takes the arguments in reverse order.
+  std::vector<std::string> reversed(args.rbegin(), args.rend());
+  try {
+    parser.app.parse(reversed);
+  } catch (const CLI::CallForHelp&) {
+    parser.options.print = HelpText();
+    return parser.options;
+  } catch (const CLI::CallForVersion&) {
+    parser.options.print = VersionText() + "\n";
+    return parser.options;
+  } catch (const CLI::ParseError& e) {
+    throw UsageError(e.what());
   }
-  *point = KPt3<double>(xyz[0], xyz[1], xyz[2]);
-  return true;
+  return Validated(parser.raw, std::move(parser.options));
 }
 
 std::string HelpText() {
-  std::ostringstream help;
-  help << "Usage: metrofit fit SHAPE FILE [--json] [--probe-radius R] [--ref-point X,Y,Z]\n"
-          "                    [--centre X,Y,Z] [--axis X,Y,Z] [--radius R] [--hold LIST]\n"
-          "       metrofit --help\n"
-          "\n"
-          "Fits a geometric feature to the measured points in FILE and prints the result.\n"
-          "\n"
-          "FILE holds one point per line, \"x y z\", the coordinates separated by blanks or\n"
-          "commas. '#' starts a comment; blank lines are skipped. FILE '-' reads standard\n"
-          "input.\n"
-          "\n"
-          "SHAPE:\n";
-  for (const Shape& shape : AllShapes()) {
-    help << "  ";
-    help.width(13);
-    help << std::left << shape.name << shape.summary << " (" << shape.function << ")\n";
-  }
-  help << "\n"
-          "Options:\n"
-          "  --json             print the result as JSON instead of a table\n"
-          "  --probe-radius R   radius of the probe ball whose centres FILE holds (default 0).\n"
-          "                     The paraboloid and torus fits compensate it; the other fits\n"
-          "                     describe the surface traced by the probe centre.\n"
-          "  --ref-point X,Y,Z  reference point (default: the mean of the points). The point\n"
-          "                     and the plane report it as their point. A line of three or\n"
-          "                     more points is held through it and reports it as its point (a\n"
-          "                     two-point line reports the midpoint). The cylinder's axis\n"
-          "                     point is the foot of the perpendicular from it on the fitted\n"
-          "                     axis (cylinder-ex measures its axis point from the mean of the\n"
-          "                     points). A circle or circle-ex from one or two points, or whose\n"
-          "                     fit failed, is centred on it.\n"
-          "  --centre X,Y,Z     nominal centre (point, apex, vertex) to start the fit from\n"
-          "  --axis X,Y,Z       nominal axis direction (any length) to start the fit from;\n"
-          "                     for a line it acts on the point's z and the first angle\n"
-          "  --radius R         nominal radius to start the fit from; the ellipse starts both\n"
-          "                     semi-axes from it\n"
-          "  --hold LIST        hold nominal values instead of starting from them: a comma-\n"
-          "                     separated choice of x, y, z (centre), axis and radius\n"
-          "                     The least-squares fits (line, plane, circle, sphere, ellipse,\n"
-          "                     paraboloid) use these nominal values; the multi-start and\n"
-          "                     extended fits make their own starts and may ignore them.\n"
-          "  -h, --help         show this help\n"
-          "\n"
-          "Result (JSON key in brackets):\n"
-          "  shape, function    the shape and the library function that fitted it\n"
-          "  points             number of points read\n"
-          "  valid              1 when the fit function reported success, else 0\n"
-          "  iterations         least-squares iterations\n"
-          "  centre, axis       centre (point, apex, vertex or axis point) and unit axis\n"
-          "                     (normal, direction) [centre, axis]\n"
-          "  sizes [sizes]      radius (circle, sphere, cylinder); origin distance (plane);\n"
-          "                     slope, the axial rise per unit radius (cone); semi-axis a along\n"
-          "                     and b across the axis (ellipse); focal length and radial extent\n"
-          "                     (paraboloid); major and minor radius (torus); distance\n"
-          "  sigma, rms         standard deviation and root mean square of the distances\n"
-          "  min/max deviation  smallest and largest distance [min_deviation, max_deviation]\n"
-          "  form error         form error [form_error]\n"
-          "  message            message of the library, if any\n"
-          "Only the figures the shape's function fills in are shown. In JSON, non-finite\n"
-          "numbers are null.\n"
-          "\n"
-          "Exit status:\n"
-          "  0  the fit succeeded\n"
-          "  1  the fit failed (the result is printed with valid 0)\n"
-          "  2  usage error\n"
-          "  3  FILE cannot be read or holds a line that is not a point\n"
-          "  4  internal error\n";
-  return help.str();
+  Parser parser;
+  return parser.fit->help("metrofit");
+}
+
+std::string VersionText() {
+  return std::string("metrofit ") + METROFIT_VERSION;
 }
 
 }  // namespace metrofit::cli

@@ -1,55 +1,62 @@
-// Command-line arguments of the metrofit tool and its help text.
+// Command-line arguments of the metrofit tool (parsed with CLI11) and its help text.
 #ifndef METROFIT_TOOLS_CLI_H
 #define METROFIT_TOOLS_CLI_H
 
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "metrofit.h"
+#include "input.h"
+#include "metrofit/fit.h"
 
 namespace metrofit::cli {
 
-// The command line is wrong: unknown command, shape or option, missing or bad value.
+// The command line is wrong: unknown command, shape, option or parameter, missing or bad value.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
 struct Options {
-  bool help = false;
-  std::string shape;  // a name known to FindShape
-  std::string file;   // "-" is standard input
-  bool json = false;
-  double probe_radius = 0.0;
-  bool has_probe_radius = false;
-  KPt3<double> ref_point;
-  bool has_ref_point = false;
-  // Nominal values with the library's constraint modes: kFree where not given, kStartValue
-  // where given, kHeld where named by --hold. Only value.x and mode[0] of `radius` count.
-  CFitParam centre;
-  CFitParam axis;
-  CFitParam radius;
-  bool has_centre = false;
-  bool has_axis = false;
-  bool has_radius = false;
-};
+  // Text to print on standard output instead of fitting (--help, --version).
+  std::string print;
 
-// Constraint modes of a CFitParam component.
-constexpr int kFree = 0;
-constexpr int kHeld = 1;
-constexpr int kStartValue = 2;
+  Shape shape = Shape::kSphere;
+  std::vector<std::string> files;  // "-" is standard input
+  InputOptions input;
+  FitOptions fit;  // shape, method, fixed and start values, probe radius
+
+  bool json = false;
+  bool json_deviations = false;  // --json also lists every point's deviation and residual
+  std::string units = "mm";      // label of the length unit in the output
+  std::string deviations;        // CSV file name pattern; empty: none
+  std::string report;            // HTML file name pattern; empty: none
+};
 
 // Parses the arguments after the program name. Throws UsageError.
 Options ParseArguments(const std::vector<std::string>& args);
 
-// A finite number written in full ("1.5", "-2e-3"); false for anything else.
-bool ParseNumber(const std::string& text, double* value);
+// A finite number written in full ("1.5", "-2e-3"): no blanks, hexadecimal, nan or inf.
+std::optional<double> ParseNumber(std::string_view text);
 
-// Three finite numbers separated by commas ("1,2.5,-3"); false for anything else.
-bool ParsePoint(const std::string& text, KPt3<double>* point);
+// "NAME=V[,V...]" with the parameter names of `shape`: "radius=10", "axis=0,0,1". Throws
+// UsageError naming `option` for an unknown name, a wrong count or a bad number.
+NamedValue ParseNamedValue(std::string_view option, std::string_view text, Shape shape);
+
+// How many numbers a parameter holds: 3 for a point or direction, 2 for semi_axes, else 1.
+std::size_t ValueCount(std::string_view parameter);
+
+// Every shape in the order of the Shape enumeration.
+const std::vector<Shape>& AllShapes();
+
+// The output file for input `file` from `pattern`: "{stem}" is replaced by the input file's
+// name without directory and extension ("stdin" for "-").
+std::string OutputPath(const std::string& pattern, const std::string& file);
 
 std::string HelpText();
+std::string VersionText();
 
 }  // namespace metrofit::cli
 

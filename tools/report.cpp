@@ -4,7 +4,8 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <vector>
+#include <stdexcept>
+#include <utility>
 
 namespace metrofit::cli {
 
@@ -14,93 +15,109 @@ constexpr int kTableDecimals = 6;
 // Beyond this magnitude fixed notation gets unreadably long.
 constexpr double kFixedLimit = 1e9;
 constexpr std::size_t kColumnGap = 2;
+constexpr double kDegreesPerRadian = 57.29577951308232;
 
-// One line of the report: a label for the table, a key for JSON and the value in both forms.
-struct Row {
-  std::string label;
-  std::string key;
-  std::string table;
-  std::string json;
-};
+using Rows = std::vector<std::pair<std::string, std::string>>;
 
-// The report in three parts; JSON gathers the middle one in a "sizes" object.
-struct Rows {
-  std::vector<Row> head;
-  std::vector<Row> sizes;
-  std::vector<Row> tail;
-};
-
-std::string TableVector(const KPt3<double>& v) {
-  return TableNumber(v.x) + "  " + TableNumber(v.y) + "  " + TableNumber(v.z);
+bool IsDirection(const std::string& name) {
+  return name == "axis" || name == "major_direction";
 }
 
-std::string JsonVector(const KPt3<double>& v) {
-  return "[" + JsonNumber(v.x) + ", " + JsonNumber(v.y) + ", " + JsonNumber(v.z) + "]";
+bool IsAngle(const std::string& name) {
+  return name == "half_angle";
 }
 
-Row NumberRow(const std::string& label, const std::string& key, double value) {
-  return {label, key, TableNumber(value), JsonNumber(value)};
+bool IsFixed(const FitOptions& options, const std::string& name) {
+  return std::any_of(options.fixed.begin(), options.fixed.end(),
+                     [&](const NamedValue& fixed) { return fixed.name == name; });
 }
 
-Row IntegerRow(const std::string& label, const std::string& key, long long value) {
-  const std::string text = std::to_string(value);
-  return {label, key, text, text};
-}
-
-std::vector<Row> HeadRows(const FitReport& report) {
-  const Shape& shape = report.shape;
-  const CFitResult& r = report.result;
-  std::vector<Row> rows;
-  rows.push_back({"shape", "shape", shape.name, JsonString(shape.name)});
-  rows.push_back({"function", "function", shape.function, JsonString(shape.function)});
-  rows.push_back(IntegerRow("points", "points", static_cast<long long>(report.points)));
-  rows.push_back(IntegerRow("valid", "valid", report.status != 0 ? 1 : 0));
-  if (shape.fields & kIterations) {
-    rows.push_back(IntegerRow("iterations", "iterations", r.m_iterations));
-  }
-  if (shape.fields & kCentre) {
-    rows.push_back({shape.centre_label, "centre", TableVector(r.m_center), JsonVector(r.m_center)});
-  }
-  if (shape.fields & kAxis) {
-    rows.push_back({shape.axis_label, "axis", TableVector(r.m_axis), JsonVector(r.m_axis)});
-  }
-  return rows;
-}
-
-std::vector<Row> TailRows(const FitReport& report) {
-  const CFitResult& r = report.result;
-  const unsigned fields = report.shape.fields;
-  std::vector<Row> rows;
-  if (fields & kStatistics) {
-    rows.push_back(NumberRow("sigma", "sigma", r.m_sigma));
-    rows.push_back(NumberRow("rms", "rms", r.m_rms));
-    rows.push_back(NumberRow("min deviation", "min_deviation", r.m_minDeviation));
-    rows.push_back(NumberRow("max deviation", "max_deviation", r.m_maxDeviation));
-  }
-  if (fields & kFormError) rows.push_back(NumberRow("form error", "form_error", r.m_formError));
-  rows.push_back({"message", "message", r.m_message, JsonString(r.m_message)});
-  return rows;
-}
-
-Rows CollectRows(const FitReport& report) {
-  Rows rows{HeadRows(report), {}, TailRows(report)};
-  for (const SizeSlot& slot : report.shape.sizes) {
-    rows.sizes.push_back(NumberRow(slot.label, slot.key, SizeValue(report.result, slot)));
-  }
-  return rows;
-}
-
-// "key": value lines of a JSON object at the given indent, without the braces.
-std::string JsonMembers(const std::vector<Row>& rows, const std::string& indent) {
+std::string TableNumbers(const std::vector<double>& values, double scale = 1.0) {
   std::string text;
-  for (const Row& row : rows) {
-    if (!text.empty()) text += ",\n";
-    text += indent + JsonString(row.key) + ": " + row.json;
+  for (const double value : values) {
+    if (!text.empty()) text += "  ";
+    text += TableNumber(value * scale);
   }
   return text;
 }
 
+// "12.500136 ± 0.000021 mm", "10.000000 (fixed) mm", "0.523599 ± 0.000012 rad (30.0... deg)".
+std::string ParameterText(const Parameter& p, const FitReport& report) {
+  const bool fixed = IsFixed(report.options, p.name);
+  const auto values = [&](double scale) {
+    return TableNumbers(p.value, scale) +
+           (fixed ? " (fixed)" : " \u00b1 " + TableNumbers(p.uncertainty, scale));
+  };
+  if (IsDirection(p.name)) return values(1.0);
+  if (IsAngle(p.name)) return values(1.0) + " rad  (" + values(kDegreesPerRadian) + " deg)";
+  return values(1.0) + " " + report.units;
+}
+
+std::string LengthText(double value, const std::string& units) {
+  return TableNumber(value) + " " + units;
+}
+
+Rows TableRows(const FitReport& report) {
+  const FitResult& r = report.result;
+  Rows rows = {{"file", report.file},
+               {"shape", std::string(ToString(r.shape)) + ", " + ToString(r.method) + " method"},
+               {"points", std::to_string(report.points)}};
+  if (report.options.probe_radius != 0.0) {
+    rows.emplace_back("probe radius", LengthText(report.options.probe_radius, report.units));
+  }
+  for (const Parameter& p : r.parameters) rows.emplace_back(p.name, ParameterText(p, report));
+  rows.emplace_back("rms", LengthText(r.rms, report.units));
+  rows.emplace_back("sigma", LengthText(r.sigma, report.units));
+  rows.emplace_back("min deviation", LengthText(r.min_deviation, report.units));
+  rows.emplace_back("max deviation", LengthText(r.max_deviation, report.units));
+  rows.emplace_back("form error", LengthText(r.form_error, report.units));
+  rows.emplace_back("iterations", std::to_string(r.iterations));
+  rows.emplace_back("status", StatusText(r.status) + (r.message.empty() ? "" : ": " + r.message));
+  return rows;
+}
+
+nlohmann::ordered_json NamedValues(const std::vector<NamedValue>& values) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const NamedValue& v : values) list.push_back({{"name", v.name}, {"value", v.value}});
+  return list;
+}
+
+nlohmann::ordered_json Parameters(const FitReport& report) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const Parameter& p : report.result.parameters) {
+    list.push_back({{"name", p.name},
+                    {"value", p.value},
+                    {"uncertainty", p.uncertainty},
+                    {"fixed", IsFixed(report.options, p.name)}});
+  }
+  return list;
+}
+
+template <class T>
+void PutIfPresent(nlohmann::ordered_json* json, const char* key, const std::optional<T>& value) {
+  if (value) (*json)[key] = *value;
+}
+
+// The named fields of the result the shape has.
+void PutShapeFields(const FitResult& r, nlohmann::ordered_json* json) {
+  (*json)["center"] = r.center;
+  PutIfPresent(json, "axis", r.axis);
+  PutIfPresent(json, "radius", r.radius);
+  PutIfPresent(json, "half_angle", r.half_angle);
+  PutIfPresent(json, "major_radius", r.major_radius);
+  PutIfPresent(json, "minor_radius", r.minor_radius);
+  PutIfPresent(json, "focal_length", r.focal_length);
+  PutIfPresent(json, "semi_axes", r.semi_axes);
+  PutIfPresent(json, "major_direction", r.major_direction);
+}
+
 }  // namespace
+
+std::string StatusText(Status status) {
+  std::string text = ToString(status);
+  std::replace(text.begin(), text.end(), '_', ' ');
+  return text;
+}
 
 std::string TableNumber(double value) {
   // The C library may print a sign on NaN; it means nothing there.
@@ -114,68 +131,71 @@ std::string TableNumber(double value) {
   return buffer;
 }
 
-std::string JsonNumber(double value) {
-  if (!std::isfinite(value)) return "null";
+std::string ExactNumber(double value) {
   char buffer[64];
   const std::to_chars_result res = std::to_chars(buffer, buffer + sizeof buffer, value);
   return std::string(buffer, res.ptr);
 }
 
-std::string JsonString(std::string_view text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    switch (c) {
-      case '"':
-        quoted += "\\\"";
-        break;
-      case '\\':
-        quoted += "\\\\";
-        break;
-      case '\n':
-        quoted += "\\n";
-        break;
-      case '\t':
-        quoted += "\\t";
-        break;
-      case '\r':
-        quoted += "\\r";
-        break;
-      default:
-        if (static_cast<unsigned char>(c) < 0x20) {
-          char buffer[8];
-          std::snprintf(buffer, sizeof buffer, "\\u%04x", static_cast<unsigned>(c));
-          quoted += buffer;
-        } else {
-          quoted += c;
-        }
-    }
-  }
-  return quoted + "\"";
-}
-
 void WriteTable(std::ostream& out, const FitReport& report) {
-  const Rows parts = CollectRows(report);
-  std::vector<Row> rows = parts.head;
-  rows.insert(rows.end(), parts.sizes.begin(), parts.sizes.end());
-  rows.insert(rows.end(), parts.tail.begin(), parts.tail.end());
-  // An empty message carries no information in a table.
-  if (report.result.m_message.empty()) rows.pop_back();
+  const Rows rows = TableRows(report);
   std::size_t width = 0;
-  for (const Row& row : rows) width = std::max(width, row.label.size());
-  for (const Row& row : rows) {
-    out << row.label << std::string(width + kColumnGap - row.label.size(), ' ') << row.table
-        << '\n';
+  for (const auto& row : rows) width = std::max(width, row.first.size());
+  for (const auto& [label, text] : rows) {
+    out << label << std::string(width + kColumnGap - label.size(), ' ') << text << '\n';
   }
 }
 
-void WriteJson(std::ostream& out, const FitReport& report) {
-  const Rows parts = CollectRows(report);
-  std::vector<Row> top = parts.head;
-  // Every shape has a "sizes" object, empty when it has no sizes, so readers find the key.
-  const std::string sizes = JsonMembers(parts.sizes, "    ");
-  top.push_back({"", "sizes", "", sizes.empty() ? "{}" : "{\n" + sizes + "\n  }"});
-  top.insert(top.end(), parts.tail.begin(), parts.tail.end());
-  out << "{\n" << JsonMembers(top, "  ") << "\n}\n";
+nlohmann::ordered_json JsonReport(const FitReport& report, bool with_points) {
+  const FitResult& r = report.result;
+  nlohmann::ordered_json json = {
+      {"schema", kJsonSchema},
+      {"file", report.file},
+      {"units", {{"length", report.units}, {"angle", "rad"}}},
+      {"shape", ToString(r.shape)},
+      {"method", ToString(r.method)},
+      {"points", report.points},
+      {"valid", r.valid},
+      {"status", ToString(r.status)},
+      {"message", r.message},
+      {"iterations", r.iterations},
+      {"parameters", Parameters(report)},
+  };
+  PutShapeFields(r, &json);
+  json["statistics"] = {{"rms", r.rms},
+                        {"sigma", r.sigma},
+                        {"min_deviation", r.min_deviation},
+                        {"max_deviation", r.max_deviation},
+                        {"form_error", r.form_error}};
+  json["options"] = {{"probe_radius", report.options.probe_radius},
+                     {"fixed", NamedValues(report.options.fixed)},
+                     {"start", NamedValues(report.options.start)}};
+  if (with_points) {
+    json["deviations"] = r.deviations;
+    json["residuals"] = r.residuals;
+  }
+  return json;
+}
+
+void WriteJson(std::ostream& out, const FitReport& report, bool with_points) {
+  // Text from the file name or the library is not trusted to be UTF-8: replace, never throw.
+  out << JsonReport(report, with_points)
+             .dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+      << '\n';
+}
+
+void WriteDeviationsCsv(std::ostream& out, const std::vector<Point>& points,
+                        const FitResult& result) {
+  if (result.deviations.size() != points.size()) {
+    throw std::logic_error("the fit returned " + std::to_string(result.deviations.size()) +
+                           " deviations for " + std::to_string(points.size()) + " points");
+  }
+  out << "x,y,z,deviation\n";
+  for (std::size_t k = 0; k < points.size(); ++k) {
+    const Point& p = points[k];
+    out << ExactNumber(p.x) << ',' << ExactNumber(p.y) << ',' << ExactNumber(p.z) << ','
+        << ExactNumber(result.deviations[k]) << '\n';
+  }
 }
 
 }  // namespace metrofit::cli

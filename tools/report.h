@@ -1,36 +1,50 @@
-// Printing a fit result as an aligned table or as JSON.
+// The result of one fit as a table, as a line of JSON (schema metrofit.fit/1) and as a CSV of
+// per-point deviations.
 #ifndef METROFIT_TOOLS_REPORT_H
 #define METROFIT_TOOLS_REPORT_H
 
 #include <cstddef>
-#include <cstdint>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
-#include <string_view>
+#include <vector>
 
-#include "metrofit.h"
-#include "shapes.h"
+#include "metrofit/fit.h"
 
 namespace metrofit::cli {
 
-// What one run produced. Holds references: a CFitResult must not be copied (its copy
-// constructor deliberately starts empty).
+// Identifies the JSON documents the tool writes; a reader checks it before anything else.
+inline constexpr char kJsonSchema[] = "metrofit.fit/1";
+
+// One fit and what the report needs to describe it.
 struct FitReport {
-  const Shape& shape;
+  const std::string& file;  // as given on the command line, "-" for standard input
   std::size_t points;
-  std::int32_t status;  // return value of the fit function
-  const CFitResult& result;
+  const std::string& units;  // label of the length unit
+  const FitOptions& options;
+  const FitResult& result;
 };
 
+// Aligned "label  value" lines; parameters with their standard uncertainties.
 void WriteTable(std::ostream& out, const FitReport& report);
-void WriteJson(std::ostream& out, const FitReport& report);
+
+// Every field of the result; the per-point deviations and residuals only `with_points`.
+nlohmann::ordered_json JsonReport(const FitReport& report, bool with_points);
+// JsonReport on one line.
+void WriteJson(std::ostream& out, const FitReport& report, bool with_points);
+
+// "x,y,z,deviation" and one row per point, in the order read. The result must hold one
+// deviation per point.
+void WriteDeviationsCsv(std::ostream& out, const std::vector<Point>& points,
+                        const FitResult& result);
+
+// The status for a reader: "too few points" for too_few_points.
+std::string StatusText(Status status);
 
 // A number for the table: fixed six decimals (sub-micrometre in millimetres).
 std::string TableNumber(double value);
-// A JSON number in its shortest exact form; null when not finite (JSON has no NaN or inf).
-std::string JsonNumber(double value);
-// A quoted, escaped JSON string.
-std::string JsonString(std::string_view text);
+// A number in its shortest form that reads back exactly.
+std::string ExactNumber(double value);
 
 }  // namespace metrofit::cli
 

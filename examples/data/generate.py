@@ -18,9 +18,8 @@ are partial where a real part only allows probing from one side.
   torus.txt       O-ring groove fillet: outer half of the tube, all around
 
 Every file names the command that fits it on a "# fit with:" line; the tool's tests run that
-command on every file and compare the result with the "# true" values. The ellipse needs
-nominal values there (see ellipse() for why); every other file is fitted from the automatic
-start.
+command on every file and compare the result with the "# true" values. Every file is fitted
+from the automatic start.
 
 Run it from any directory; it writes beside itself. The fixed seed makes the files
 reproducible: python3 generate.py
@@ -86,7 +85,7 @@ class Writer:
             p = add(p, scale(n, self.rng.gauss(0.0, NOISE_MM)))
         return p
 
-    def write(self, name, description, truth, reference, points, settings="", why=()):
+    def write(self, name, description, truth, reference, points, settings=""):
         distance = math.sqrt(dot(reference, reference))
         assert MIN_ORIGIN_DISTANCE <= distance <= MAX_ORIGIN_DISTANCE, (name, distance)
         path = os.path.join(os.path.dirname(os.path.abspath(__file__)), name + ".txt")
@@ -99,8 +98,6 @@ class Writer:
                       % (NOISE_MM, SEED))
             out.write("# fit with: metrofit fit %s %s.txt%s\n"
                       % (name, name, " " + settings if settings else ""))
-            for line in why:
-                out.write("# %s\n" % line)
             for p in points:
                 out.write(fmt(p) + "\n")
 
@@ -198,21 +195,11 @@ def cone(w):
              % (half_angle_deg, slope)], apex, points)
 
 
-def csv(v):
-    """A point or direction as the tool's X,Y,Z option value."""
-    return ",".join("%g" % x for x in v)
-
-
 def ellipse(w):
-    # The ellipse fit is a spheroid fit: semi-axis a along the fitted axis, b across it. A planar
-    # ellipse lies on the spheroid whose axis is one of its semi-axes, but also on spheroids with
-    # the centre moved off the plane or the axis tilted out of it, so planar points cannot fix
-    # those two directions and no automatic start converges. The command therefore holds the
-    # axis at its nominal direction and the centre coordinate most across the plane at its
-    # nominal value; the other two centre coordinates and both semi-axes are fitted.
+    # A planar ellipse in space: the fit's axis is the plane normal, major_direction runs along
+    # semi-axis a.
     centre, normal = (330.0, -95.0, 160.0), unit((0.05, 0.3, 1.0))
-    axis_direction = (0.0, -1.0, 0.3)  # along semi-axis a, in the plane (normal x helper x)
-    major = unit(axis_direction)
+    major = unit((0.0, -1.0, 0.3))  # in the plane: perpendicular to the normal
     minor = cross(normal, major)
     a, b, count = 30.0, 18.0, 36
     points = []
@@ -222,19 +209,11 @@ def ellipse(w):
         in_plane_normal = cross(tangent, normal)
         p = combine(centre, (a * math.cos(t), major), (b * math.sin(t), minor))
         points.append(w.noisy(p, in_plane_normal, normal))
-    across = "xyz"[max(range(3), key=lambda k: abs(normal[k]))]
-    settings = "--centre %s --axis %s --radius %g --hold %s,axis" % (
-        csv(centre), csv(axis_direction), (a + b) / 2, across)
     w.write("ellipse", "elliptical contour in a tilted plane",
             ["centre %s, plane normal %s" % (fmt(centre), fmt(normal)),
-             "semi-axis a %.5f along %s (the fit's axis), semi-axis b %.5f along %s"
+             "semi-axes %.5f along %s (the major direction), %.5f along %s"
              % (a, fmt(major), b, fmt(minor))],
-            centre, points, settings,
-            ["The fit is a spheroid about its axis. Planar points leave the centre's offset from",
-             "the plane and the axis tilt out of the plane open, so the axis is held along",
-             "semi-axis a and the centre's %s (most across the plane) at its nominal value;" % across,
-             "the other centre coordinates and both semi-axes are fitted from a start of %g."
-             % ((a + b) / 2)])
+            centre, points)
 
 
 def paraboloid(w):

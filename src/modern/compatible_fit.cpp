@@ -111,8 +111,12 @@ precise::Feature FeatureOf(Shape shape, const CFitResult& out, const Vec3& centr
       feature.center = centroid - offset * feature.axis;
       break;
     }
-    case Shape::kCircle:
     case Shape::kSphere:
+      // KFitSphere writes no axis; the description's frame needs one, and any will do.
+      feature.axis = Vec3(0.0, 0.0, 1.0);
+      feature.size[0] = out.m_size1.x;
+      break;
+    case Shape::kCircle:
     case Shape::kCylinder:
       feature.size[0] = out.m_size1.x;
       break;

@@ -3,10 +3,13 @@
 #include <limits>
 
 #include "precise/models/cone_model.h"
+#include "precise/models/ellipse_model.h"
 #include "precise/models/line_model.h"
+#include "precise/models/paraboloid_model.h"
 #include "precise/models/plane_model.h"
 #include "precise/models/radial_model.h"
 #include "precise/models/sphere_model.h"
+#include "precise/models/spheroid_model.h"
 #include "precise/models/torus_model.h"
 #include "precise/precise_fit.h"
 #include "precise/shape_problems.h"
@@ -62,6 +65,12 @@ Spread DeviationsOf(const Request& r, const State& s, FitResult& res) {
       return Deviations<ConeModel>(r, s, res);
     case Shape::kTorus:
       return Deviations<TorusModel>(r, s, res);
+    case Shape::kEllipse:
+      return Deviations<EllipseModel>(r, s, res);
+    case Shape::kSpheroid:
+      return Deviations<SpheroidModel>(r, s, res);
+    case Shape::kParaboloid:
+      return Deviations<ParaboloidModel>(r, s, res);
     default:
       return Deviations<RadialModel>(r, s, res);
   }
@@ -176,7 +185,7 @@ void Describe(const Request& request, const Feature& feature, FitResult& result)
   double sum = 0.0;
   int p = 0;
   bool determined = true;
-  if (r.shape == Shape::kCircle) {
+  if (InPlane(r.shape)) {
     State plane = s;
     plane.offset = 0.0;
     determined = AddStageVariance(r, st, plane, Stage::kCirclePlane, var, &sum, &p);

@@ -90,9 +90,10 @@ void Orient(const Vec3* given, Vec3* axis) {
   if (ref < 0.0) *axis = -*axis;
 }
 
-const Vec3* GivenAxis(const Request& r, Vec3* storage) {
-  const std::vector<double>* v = FindNamed(r.fixed, "axis");
-  if (v == nullptr) v = FindNamed(r.start, "axis");
+// The caller's fixed or start direction of that name, normalised, or nullptr.
+const Vec3* GivenNamed(const Request& r, const char* name, Vec3* storage) {
+  const std::vector<double>* v = FindNamed(r.fixed, name);
+  if (v == nullptr) v = FindNamed(r.start, name);
   if (v == nullptr) return nullptr;
   *storage = Vec3((*v)[0], (*v)[1], (*v)[2]);
   if (!(storage->Length() > 0.0)) return nullptr;
@@ -100,15 +101,20 @@ const Vec3* GivenAxis(const Request& r, Vec3* storage) {
   return storage;
 }
 
+// Shapes whose axis sense is part of the geometry (the side they open to).
+bool Directed(Shape shape) {
+  return shape == Shape::kCone || shape == Shape::kParaboloid;
+}
+
 // A start with the caller's start and fixed values put in.
 Feature Prepared(const Request& r, Feature f, const Vec3* given) {
-  if (r.shape != Shape::kCone) Orient(given, &f.axis);
+  if (!Directed(r.shape)) Orient(given, &f.axis);
   const Vec3 opening = f.axis;
   ApplyNamed(r.start, &f);
   ApplyNamed(r.fixed, &f);
-  // A cone's axis sense is where it opens, which the start found from the data: a given axis
-  // names the line, not necessarily that sense.
-  if (r.shape == Shape::kCone && f.axis.Dot(opening) < 0.0) f.axis = -f.axis;
+  // A cone's or paraboloid's axis sense is where it opens, which the start found from the
+  // data: a given axis names the line, not necessarily that sense.
+  if (Directed(r.shape) && f.axis.Dot(opening) < 0.0) f.axis = -f.axis;
   return f;
 }
 
@@ -185,7 +191,7 @@ Solution SolveFromStarts(const Request& r, const PointStats& st, const Holds& ho
                   iterations);
 }
 
-// The circle: its least-squares plane, then the circle of the points in that plane.
+// The circle or ellipse: its least-squares plane, then the curve of the points in that plane.
 Solution SolveCircle(const Request& r, const PointStats& st, const Holds& holds, const Vec3* given,
                      int maxIterations, Outcome* out, Solution* plane) {
   const std::vector<Feature> starts = StartCandidates(r, st, given);
@@ -213,10 +219,10 @@ Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
   Outcome out;
   const Holds holds = HoldsOf(r);
   Vec3 axisStorage;
-  const Vec3* given = GivenAxis(r, &axisStorage);
+  const Vec3* given = GivenNamed(r, "axis", &axisStorage);
   Solution plane;
   Solution sol;
-  if (r.shape == Shape::kCircle) {
+  if (InPlane(r.shape)) {
     sol = SolveCircle(r, st, holds, given, maxIterations, &out, &plane);
   } else {
     sol = SolveFromStarts(r, st, holds, given, maxIterations, &out.iterations);
@@ -231,14 +237,18 @@ Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
     out.feature.axis = -out.feature.axis;
     out.feature.size[0] = -out.feature.size[0];
   }
-  if (r.shape != Shape::kCone && !(r.shape == Shape::kPlane && r.probe_radius != 0.0)) {
+  if (!Directed(r.shape) && !(r.shape == Shape::kPlane && r.probe_radius != 0.0)) {
     Orient(given, &out.feature.axis);
   }
-  const bool planeOk = r.shape != Shape::kCircle || plane.determined;
+  if (r.shape == Shape::kEllipse) {
+    Vec3 storage;
+    Orient(GivenNamed(r, "major_direction", &storage), &out.feature.major_direction);
+  }
+  const bool planeOk = !InPlane(r.shape) || plane.determined;
   if (!planeOk || !sol.determined) {
     out.status = Status::kDegenerate;
     out.message = Undetermined(r.shape);
-  } else if (!sol.converged || (r.shape == Shape::kCircle && !plane.converged)) {
+  } else if (!sol.converged || (InPlane(r.shape) && !plane.converged)) {
     out.status = Status::kNotConverged;
     out.message =
         "the iteration stopped before converging (iteration limit, or no step lowered the sum of "

@@ -4,10 +4,13 @@
 #include <cstring>
 
 #include "precise/models/cone_model.h"
+#include "precise/models/ellipse_model.h"
 #include "precise/models/line_model.h"
+#include "precise/models/paraboloid_model.h"
 #include "precise/models/plane_model.h"
 #include "precise/models/radial_model.h"
 #include "precise/models/sphere_model.h"
+#include "precise/models/spheroid_model.h"
 #include "precise/models/torus_model.h"
 
 namespace metrofit::precise {
@@ -114,6 +117,15 @@ Problem MakeProblem(const Request& request, const PointStats& stats, const Holds
     case Shape::kCircle:
       if (c) Free(&p, {kShiftX, kShiftY});
       break;
+    case Shape::kEllipse:
+      if (c) Free(&p, {kShiftX, kShiftY});
+      if (!holds.direction) Free(&p, {kTurnZ});
+      break;
+    case Shape::kSpheroid:
+    case Shape::kParaboloid:
+      if (c) Free(&p, {kShiftX, kShiftY, kShiftZ});
+      if (a) Free(&p, {kTurnX, kTurnY});
+      break;
     case Shape::kSphere:
     case Shape::kTorus:
       if (c) Free(&p, {kShiftX, kShiftY, kShiftZ});
@@ -139,7 +151,7 @@ Problem MakeProblem(const Request& request, const PointStats& stats, const Holds
   if (stage == Stage::kCirclePlane) p.recentre = Recentre::kNone;
   if (stage == Stage::kWhole && request.shape != Shape::kLine && request.shape != Shape::kPlane) {
     if (!holds.size[0]) Free(&p, {kSize0});
-    if (request.shape == Shape::kTorus && !holds.size[1]) Free(&p, {kSize1});
+    if (SizeCount(request.shape) == 2 && !holds.size[1]) Free(&p, {kSize1});
   }
   return p;
 }
@@ -160,6 +172,12 @@ AccumulateFn AccumulatorFor(Shape shape, Stage stage) {
       return &Accumulate<ConeModel>;
     case Shape::kTorus:
       return &Accumulate<TorusModel>;
+    case Shape::kEllipse:
+      return &Accumulate<EllipseModel>;
+    case Shape::kSpheroid:
+      return &Accumulate<SpheroidModel>;
+    case Shape::kParaboloid:
+      return &Accumulate<ParaboloidModel>;
     default:
       return nullptr;
   }
@@ -209,6 +227,14 @@ Feature FeatureFromState(Shape shape, const State& s, const Vec3& centroid) {
       f.center = s.c - s.u * (s.size[0] / std::tan(s.size[1]));
       f.size[0] = s.size[1];
       f.size[1] = 0.0;
+      break;
+    case Shape::kEllipse:
+      // The major semi-axis first: if the iteration made e2's the longer, report that one.
+      if (s.size[1] > s.size[0]) {
+        f.size[0] = s.size[1];
+        f.size[1] = s.size[0];
+        f.major_direction = s.e2;
+      }
       break;
     default:
       break;

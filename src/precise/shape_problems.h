@@ -13,8 +13,14 @@
 
 namespace metrofit::precise {
 
-// The circle is solved in two stages: its least-squares plane, then the circle in that plane.
+// The circle and the ellipse are solved in two stages: their least-squares plane, then the
+// curve in that plane.
 enum class Stage { kWhole, kCirclePlane };
+
+// True for the curves fitted inside their least-squares plane (circle, ellipse).
+inline bool InPlane(Shape shape) {
+  return shape == Shape::kCircle || shape == Shape::kEllipse;
+}
 
 // Which parameters the request holds.
 struct Holds {

@@ -2,8 +2,11 @@
 
 #include <cmath>
 #include <cstdint>
+#include <optional>
+#include <vector>
 
 #include "metrofit.h"
+#include "precise/algebraic_starts.h"
 #include "precise/local_frame.h"
 #include "precise/precise_limits.h"
 #include "precise/shape_problems.h"
@@ -16,6 +19,9 @@ namespace {
 constexpr std::size_t kSubsampleSize = 2000;
 // Smallest tangent of a cone's half angle used as a start (a nearly cylindrical start).
 constexpr double kMinConeSlope = 1e-3;
+// Relative excess of the major over the minor semi-axis of an ellipse started from a circle:
+// with equal semi-axes the in-plane turn would not change the distances at all.
+constexpr double kRoundnessSeed = 1e-3;
 
 struct Circle2 {
   Vec3 centre;
@@ -232,6 +238,70 @@ void TorusStarts(const Request& r, const PointStats& st, const Vec3* hint,
   }
 }
 
+Point3 ToPoint3(const Vec3& v) {
+  return Point3{v.x, v.y, v.z};
+}
+
+Vec3 FromPoint3(const Point3& p) {
+  return Vec3(p[0], p[1], p[2]);
+}
+
+// The algebraic ellipse of the points projected onto the plane through the centroid across
+// the normal; the projected circle, a hair out of round so the turn is not idle, when the
+// conic is no ellipse.
+bool EllipseStart(const Request& r, const PointStats& st, const Vec3& normal, Feature* out) {
+  const State s = FrameAround(st.centroid, normal);
+  std::vector<double> xy(2 * r.count);
+  for (std::size_t k = 0; k < r.count; ++k) {
+    double q[3];
+    ToLocal(s, r.xyz + 3 * k, q);
+    xy[2 * k] = q[0];
+    xy[2 * k + 1] = q[1];
+  }
+  const std::optional<EllipseGuess2D> e = EllipseStart2D(xy.data(), r.count);
+  if (e) {
+    *out = Make(Shape::kEllipse, s.c + ToWorld(s, e->center[0], e->center[1], 0.0), normal,
+                e->major - r.probe_radius, e->minor - r.probe_radius);
+    out->major_direction = ToWorld(s, std::cos(e->angle), std::sin(e->angle), 0.0);
+    return true;
+  }
+  const Circle2 c = ProjectedCircle(r, s);
+  if (!c.ok) return false;
+  const double radius = c.radius - r.probe_radius;
+  *out = Make(Shape::kEllipse, c.centre, normal, radius * (1.0 + kRoundnessSeed), radius);
+  out->major_direction = s.e1;
+  return true;
+}
+
+// The three principal axes of the scatter, or the hint alone.
+std::vector<Vec3> CandidateAxes(const PointStats& st, const Vec3* hint) {
+  if (hint != nullptr) return {*hint};
+  return {st.direction[0], st.direction[1], st.direction[2]};
+}
+
+void SpheroidStarts(const Request& r, const PointStats& st, const Vec3* hint,
+                    std::vector<Feature>* out) {
+  for (const Vec3& axis : CandidateAxes(st, hint)) {
+    const std::optional<SpheroidGuess> g = SpheroidStart(r.xyz, r.count, ToPoint3(axis));
+    if (!g) continue;
+    out->push_back(Make(Shape::kSpheroid, FromPoint3(g->center), axis, g->along - r.probe_radius,
+                        g->across - r.probe_radius));
+  }
+}
+
+void ParaboloidStarts(const Request& r, const PointStats& st, const Vec3* hint,
+                      std::vector<Feature>* out) {
+  for (const Vec3& axis : CandidateAxes(st, hint)) {
+    const std::optional<ParaboloidGuess> g = ParaboloidStart(r.xyz, r.count, ToPoint3(axis));
+    if (!g) continue;
+    // The probe centres' vertex lies the probe radius outside the part's, on the side away
+    // from the focus.
+    const Vec3 opening = FromPoint3(g->opening);
+    out->push_back(Make(Shape::kParaboloid, FromPoint3(g->vertex) + opening * r.probe_radius,
+                        opening, g->focal, 0.0));
+  }
+}
+
 }  // namespace
 
 std::vector<Feature> StartCandidates(const Request& r, const PointStats& st, const Vec3* hint) {
@@ -261,6 +331,17 @@ std::vector<Feature> StartCandidates(const Request& r, const PointStats& st, con
       break;
     case Shape::kTorus:
       TorusStarts(r, st, hint, &out);
+      break;
+    case Shape::kEllipse: {
+      Feature f;
+      if (EllipseStart(r, st, normal, &f)) out.push_back(f);
+      break;
+    }
+    case Shape::kSpheroid:
+      SpheroidStarts(r, st, hint, &out);
+      break;
+    case Shape::kParaboloid:
+      ParaboloidStarts(r, st, hint, &out);
       break;
     default:
       break;

@@ -83,6 +83,13 @@ TEST(CompatibleFit, SphereIsKFitSphere) {
   ExpectSameStatistics(result, out);
   ASSERT_EQ(result.deviations.size(), data.points.size());
   ASSERT_EQ(result.residuals.size(), data.points.size());
+  // KFitSphere writes no axis: the uncertainties must not depend on one.
+  for (const Parameter& p : result.parameters) {
+    for (double u : p.uncertainty) {
+      EXPECT_TRUE(std::isfinite(u)) << p.name;
+      EXPECT_GT(u, 0.0) << p.name;
+    }
+  }
 }
 
 TEST(CompatibleFit, CylinderIsKFitCylinder) {

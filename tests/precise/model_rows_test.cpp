@@ -7,10 +7,13 @@
 
 #include "precise/local_frame.h"
 #include "precise/models/cone_model.h"
+#include "precise/models/ellipse_model.h"
 #include "precise/models/line_model.h"
+#include "precise/models/paraboloid_model.h"
 #include "precise/models/plane_model.h"
 #include "precise/models/radial_model.h"
 #include "precise/models/sphere_model.h"
+#include "precise/models/spheroid_model.h"
 #include "precise/models/torus_model.h"
 
 namespace metrofit::precise {
@@ -79,6 +82,29 @@ TEST(PreciseModelRows, Cone) {
 }
 TEST(PreciseModelRows, Torus) {
   CheckRows<TorusModel>(TiltedState(25.0, 5.0), 30.0);
+}
+TEST(PreciseModelRows, Ellipse) {
+  CheckRows<EllipseModel>(TiltedState(25.0, 14.0), 30.0);
+  CheckRows<EllipseModel>(TiltedState(14.0, 25.0), 30.0);  // the longer axis along e2
+}
+TEST(PreciseModelRows, Spheroid) {
+  CheckRows<SpheroidModel>(TiltedState(24.0, 15.0), 30.0);  // prolate
+  CheckRows<SpheroidModel>(TiltedState(12.0, 22.0), 30.0);  // oblate
+}
+TEST(PreciseModelRows, Paraboloid) {
+  CheckRows<ParaboloidModel>(TiltedState(15.0, 0), 30.0);
+}
+
+// The spheroid with equal semi-axes is the sphere, and its size rows add up to the sphere's.
+TEST(PreciseModelRows, RoundSpheroidIsTheSphere) {
+  const State s = TiltedState(20.0, 20.0);
+  const double q[3] = {7.0, -11.0, 13.0};
+  double rs[1], rowsS[1][kLocalCount], rb[1], rowsB[1][kLocalCount];
+  SpheroidModel(s).Rows(q, rs, rowsS);
+  SphereModel(s).Rows(q, rb, rowsB);
+  EXPECT_NEAR(rs[0], rb[0], 1e-12);
+  EXPECT_NEAR(rowsS[0][kSize0] + rowsS[0][kSize1], rowsB[0][kSize0], 1e-12);
+  for (int i = 0; i < kSize0; ++i) EXPECT_NEAR(rowsS[0][i], rowsB[0][i], 1e-12) << i;
 }
 
 // The deviation of each model is the residual itself (the line's is the distance), and the

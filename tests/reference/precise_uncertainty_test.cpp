@@ -96,15 +96,16 @@ void Record(const McCase& c, const Pt& truthAxis, const metrofit::FitResult& r,
   }
 }
 
-void RunMonteCarlo(const McCase& c) {
-  const mt::KnownSolution nominal = mt::GeneratePreciseKnownSolution(c.shape, c.options);
+// The Monte Carlo run about nominal points on a feature with the given axis; `shape` names it.
+void RunMonteCarloOn(const McCase& c, const char* shape, const std::vector<Pt>& surface,
+                     const Pt& truthAxis) {
   std::vector<Series> series(c.tracked.size());
   mt::PortableRandom rng(c.options.seed * 7919 + 1);
   double varianceFactorSum = 0.0;
   int converged = 0;
   for (int rep = 0; rep < kRepetitions; ++rep) {
     std::vector<metrofit::Point> points;
-    for (const Pt& f : nominal.surfacePoints) {
+    for (const Pt& f : surface) {
       const double x = f.x + kNoise * rng.Normal();
       const double y = f.y + kNoise * rng.Normal();
       const double z = f.z + kNoise * rng.Normal();
@@ -117,11 +118,10 @@ void RunMonteCarlo(const McCase& c) {
     if (r.status != metrofit::Status::kOk || !r.valid) continue;
     ++converged;
     varianceFactorSum += r.sigma * r.sigma;
-    Record(c, nominal.truth.axis, r, &series);
+    Record(c, truthAxis, r, &series);
     if (::testing::Test::HasFatalFailure()) return;
   }
   ASSERT_EQ(converged, kRepetitions) << "fits that did not converge";
-  const char* shape = mt::ShapeName(c.shape);
   for (std::size_t i = 0; i < c.tracked.size(); ++i) {
     const double empirical = StandardDeviation(series[i].values);
     const double reported = series[i].uncertaintySum / kRepetitions;
@@ -138,6 +138,11 @@ void RunMonteCarlo(const McCase& c) {
     std::printf("[mc] %-8s mean sigma^2 / noise^2 = %.3f\n", shape, ratio);
     EXPECT_NEAR(ratio, 1.0, kVarianceFactorTolerance) << shape << " variance factor";
   }
+}
+
+void RunMonteCarlo(const McCase& c) {
+  const mt::KnownSolution nominal = mt::GeneratePreciseKnownSolution(c.shape, c.options);
+  RunMonteCarloOn(c, mt::ShapeName(c.shape), nominal.surfacePoints, nominal.truth.axis);
 }
 
 mt::PreciseOptions Nominal(int points, double radius, double arc, double tilt) {
@@ -211,6 +216,80 @@ TEST(PreciseUncertainty, Torus) {
   McCase c{mt::Shape::kTorus, metrofit::Shape::kTorus, o,
            With(With(kCentre, kAxis), {{"major_radius", 0}, {"minor_radius", 0}}), 7};
   RunMonteCarlo(c);
+}
+
+// The ellipse, spheroid and paraboloid, on nominal points of their own: a frame about a tilted
+// axis 500 mm out, and the feature's points in it (McCase's generator shape is not used).
+struct ConicFrame {
+  Pt c, e1, e2, u;
+};
+
+ConicFrame TiltedFrame(const Pt& axis) {
+  ConicFrame f;
+  f.c = Pt(310.0, -250.0, 330.0);
+  f.u = axis;
+  f.u.Normalize();
+  const Pt seed(1.0, 0.0, 0.0);
+  f.e1 = seed - f.u * f.u.Dot(seed);
+  f.e1.Normalize();
+  f.e2 = f.u.Cross(f.e1);
+  return f;
+}
+
+Pt At(const ConicFrame& f, double a, double b, double h) {
+  return f.c + f.e1 * a + f.e2 * b + f.u * h;
+}
+
+TEST(PreciseUncertainty, EllipseArc180) {
+  const ConicFrame f = TiltedFrame(Pt(0.3, -0.4, 0.87));
+  std::vector<Pt> pts;
+  for (int i = 0; i < 30; ++i) {
+    const double t = 0.4 + kPi * i / 29.0;
+    pts.push_back(At(f, 30.0 * std::cos(t), 18.0 * std::sin(t), 0.0));
+  }
+  McCase c{mt::Shape::kCircle,
+           metrofit::Shape::kEllipse,
+           {},
+           With(With(kCentre, kAxis), {{"semi_axes", 0}, {"semi_axes", 1}}),
+           0};
+  RunMonteCarloOn(c, "ellipse", pts, f.u);
+}
+
+TEST(PreciseUncertainty, SpheroidCap100) {
+  const ConicFrame f = TiltedFrame(Pt(-0.2, 0.5, 0.84));
+  std::vector<Pt> pts;
+  for (int i = 0; i < 5; ++i) {
+    const double theta = (10.0 + 20.0 * i) * kDegree;  // polar angle, out to 90 deg
+    for (int j = 0; j < 7; ++j) {
+      const double phi = 2.0 * kPi * (j + 0.5 * i) / 7.0;
+      const double rho = 22.0 * std::sin(theta);
+      pts.push_back(At(f, rho * std::cos(phi), rho * std::sin(phi), 16.0 * std::cos(theta)));
+    }
+  }
+  McCase c{mt::Shape::kSphere,
+           metrofit::Shape::kSpheroid,
+           {},
+           With(With(kCentre, kAxis), {{"semi_axes", 0}, {"semi_axes", 1}}),
+           7};
+  RunMonteCarloOn(c, "spheroid", pts, f.u);
+}
+
+TEST(PreciseUncertainty, ParaboloidDish) {
+  const ConicFrame f = TiltedFrame(Pt(0.4, 0.1, 0.91));
+  std::vector<Pt> pts;
+  for (int i = 0; i < 5; ++i) {
+    const double rho = 8.0 * (i + 1);
+    for (int j = 0; j < 6; ++j) {
+      const double phi = 2.0 * kPi * (j + 0.5 * i) / 6.0;
+      pts.push_back(At(f, rho * std::cos(phi), rho * std::sin(phi), rho * rho / 100.0));
+    }
+  }
+  McCase c{mt::Shape::kCone,
+           metrofit::Shape::kParaboloid,
+           {},
+           With(With(kCentre, kAxis), {{"focal_length", 0}}),
+           6};
+  RunMonteCarloOn(c, "paraboloid", pts, f.u);
 }
 
 }  // namespace

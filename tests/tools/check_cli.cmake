@@ -7,13 +7,20 @@
 #   EXPECT_STDERR  optional regular expression the standard error must match
 #   JSON_KEYS      optional '|'-separated keys that must exist in the JSON output; a nested
 #                  key is written with dots ("sizes.radius", "centre.0")
-#   JSON_EQUALS    optional '|'-separated key=number pairs the JSON output must hold
+#   JSON_EQUALS    optional '|'-separated key=value pairs the JSON output must hold
+#   ENVIRONMENT    optional '|'-separated NAME=VALUE settings for the run
+#   OUTPUT_FILE    optional file the run must write (removed before and after the run)
+#   OUTPUT_MATCHES regular expression its content must match
 string(REPLACE "|" ";" args "${ARGS}")
 set(input_option)
 if(INPUT)
   set(input_option INPUT_FILE ${INPUT})
 endif()
-execute_process(COMMAND ${CLI} ${args} ${input_option}
+string(REPLACE "|" ";" environment "${ENVIRONMENT}")
+if(OUTPUT_FILE)
+  file(REMOVE ${OUTPUT_FILE})
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} -E env ${environment} ${CLI} ${args} ${input_option}
   RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 
 set(report "exit status: ${rc}\n--- stdout ---\n${out}\n--- stderr ---\n${err}")
@@ -59,3 +66,14 @@ foreach(pair IN LISTS pairs)
     message(FATAL_ERROR "JSON '${key}' is '${value}', expected '${expected}'\n${report}")
   endif()
 endforeach()
+
+if(OUTPUT_FILE)
+  if(NOT EXISTS ${OUTPUT_FILE})
+    message(FATAL_ERROR "${OUTPUT_FILE} was not written\n${report}")
+  endif()
+  file(READ ${OUTPUT_FILE} written)
+  file(REMOVE ${OUTPUT_FILE})
+  if(NOT written MATCHES "${OUTPUT_MATCHES}")
+    message(FATAL_ERROR "${OUTPUT_FILE} does not match '${OUTPUT_MATCHES}':\n${written}")
+  endif()
+endif()

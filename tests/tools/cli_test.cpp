@@ -2,20 +2,24 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "shapes.h"
-
 namespace {
 
+using metrofit::Method;
+using metrofit::NamedValue;
+using metrofit::Shape;
 using metrofit::cli::AllShapes;
 using metrofit::cli::HelpText;
 using metrofit::cli::Options;
+using metrofit::cli::OutputPath;
 using metrofit::cli::ParseArguments;
+using metrofit::cli::ParseNamedValue;
 using metrofit::cli::ParseNumber;
-using metrofit::cli::ParsePoint;
 using metrofit::cli::UsageError;
+using metrofit::cli::VersionText;
 using Args = std::vector<std::string>;
 
 // The message of the UsageError that parsing `args` throws; empty when nothing is thrown.
@@ -28,194 +32,243 @@ std::string UsageMessage(const Args& args) {
   return std::string();
 }
 
-TEST(CliArguments, FitWithShapeAndFile) {
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+Args Fit(const char* shape, std::initializer_list<std::string> more) {
+  Args args = {"fit", shape, "part.txt"};
+  args.insert(args.end(), more);
+  return args;
+}
+
+TEST(CliArguments, FitWithShapeAndFileAndTheDefaults) {
   const Options o = ParseArguments({"fit", "sphere", "probe.txt"});
-  EXPECT_FALSE(o.help);
-  EXPECT_EQ(o.shape, "sphere");
-  EXPECT_EQ(o.file, "probe.txt");
+  EXPECT_EQ(o.print, "");
+  EXPECT_EQ(o.shape, Shape::kSphere);
+  EXPECT_EQ(o.fit.shape, Shape::kSphere);
+  EXPECT_EQ(o.files, Args{"probe.txt"});
+  EXPECT_EQ(o.fit.method, Method::kPrecise);
+  EXPECT_TRUE(o.fit.fixed.empty());
+  EXPECT_TRUE(o.fit.start.empty());
+  EXPECT_EQ(o.fit.probe_radius, 0.0);
   EXPECT_FALSE(o.json);
-  EXPECT_FALSE(o.has_probe_radius);
-  EXPECT_EQ(o.probe_radius, 0.0);
-  EXPECT_FALSE(o.has_ref_point);
-  for (const CFitParam* p : {&o.centre, &o.axis, &o.radius}) {
-    EXPECT_EQ(p->mode[0], 0);
-    EXPECT_EQ(p->mode[1], 0);
-    EXPECT_EQ(p->mode[2], 0);
+  EXPECT_FALSE(o.json_deviations);
+  EXPECT_EQ(o.units, "mm");
+  EXPECT_EQ(o.deviations, "");
+  EXPECT_EQ(o.report, "");
+  EXPECT_EQ(o.input.format, "auto");
+  EXPECT_FALSE(o.input.decimal_comma);
+  EXPECT_TRUE(o.input.columns.empty());
+}
+
+TEST(CliArguments, EveryModernShapeNameIsAccepted) {
+  ASSERT_EQ(AllShapes().size(), 10u);
+  for (const Shape shape : AllShapes()) {
+    EXPECT_EQ(ParseArguments({"fit", metrofit::ToString(shape), "p.txt"}).shape, shape);
   }
 }
 
-TEST(CliArguments, OptionsMayStandAnywhereAfterFit) {
-  const Options o = ParseArguments(
-      {"fit", "--json", "torus", "--probe-radius", "2.5", "p.txt", "--ref-point", "1, -2.5 ,3e1"});
-  EXPECT_EQ(o.shape, "torus");
-  EXPECT_EQ(o.file, "p.txt");
+TEST(CliArguments, SeveralFilesInOrderWithOptionsBetweenThem) {
+  const Options o = ParseArguments({"fit", "--json", "cylinder", "a.txt", "--fix", "radius=10",
+                                    "b.txt", "--start", "axis=0,0,1", "-", "c.txt"});
+  EXPECT_EQ(o.files, (Args{"a.txt", "b.txt", "-", "c.txt"}));
   EXPECT_TRUE(o.json);
-  EXPECT_TRUE(o.has_probe_radius);
-  EXPECT_EQ(o.probe_radius, 2.5);
-  EXPECT_TRUE(o.has_ref_point);
-  EXPECT_EQ(o.ref_point, KPt3<double>(1, -2.5, 30));
+  ASSERT_EQ(o.fit.fixed.size(), 1u);
+  EXPECT_EQ(o.fit.fixed[0].name, "radius");
+  EXPECT_EQ(o.fit.fixed[0].value, std::vector<double>{10.0});
+  ASSERT_EQ(o.fit.start.size(), 1u);
+  EXPECT_EQ(o.fit.start[0].name, "axis");
+  EXPECT_EQ(o.fit.start[0].value, (std::vector<double>{0.0, 0.0, 1.0}));
 }
 
-TEST(CliArguments, ValuesMayFollowAnEqualsSign) {
-  const Options o =
-      ParseArguments({"fit", "paraboloid", "p.txt", "--probe-radius=0.5", "--ref-point=4,5,6"});
-  EXPECT_EQ(o.probe_radius, 0.5);
-  EXPECT_EQ(o.ref_point, KPt3<double>(4, 5, 6));
+TEST(CliArguments, EveryOptionIsStored) {
+  const Options o = ParseArguments(
+      Fit("cone",
+          {"--method", "compatible", "--fix", "half_angle=0.5", "--start", "center=180,260,-95.5",
+           "--start=axis=-0.1,0.2,1", "--probe-radius=1.5", "--units", "inch", "--json",
+           "--json-deviations", "--deviations", "d.csv", "--format", "text"}));
+  EXPECT_EQ(o.fit.method, Method::kCompatible);
+  ASSERT_EQ(o.fit.fixed.size(), 1u);
+  EXPECT_EQ(o.fit.fixed[0].value, std::vector<double>{0.5});
+  ASSERT_EQ(o.fit.start.size(), 2u);
+  EXPECT_EQ(o.fit.start[0].name, "center");
+  EXPECT_EQ(o.fit.start[0].value, (std::vector<double>{180.0, 260.0, -95.5}));
+  EXPECT_EQ(o.fit.start[1].name, "axis");
+  EXPECT_EQ(o.fit.probe_radius, 1.5);
+  EXPECT_EQ(o.units, "inch");
+  EXPECT_TRUE(o.json_deviations);
+  EXPECT_EQ(o.deviations, "d.csv");
+  EXPECT_EQ(o.input.format, "text");
 }
 
-TEST(CliArguments, DashIsAFileAndDoubleDashEndsOptions) {
-  EXPECT_EQ(ParseArguments({"fit", "line", "-"}).file, "-");
-  EXPECT_EQ(ParseArguments({"fit", "line", "--", "--odd-name.txt"}).file, "--odd-name.txt");
-}
-
-TEST(CliArguments, HelpInEveryPlace) {
-  for (const Args& args : {Args{"--help"}, Args{"-h"}, Args{"help"}, Args{"fit", "--help"},
+TEST(CliArguments, HelpAndVersionAreTextToPrint) {
+  for (const Args& args : {Args{"--help"}, Args{"-h"}, Args{"fit", "--help"},
                            Args{"fit", "sphere", "-h"}, Args{"fit", "nonsense", "--help"}}) {
-    EXPECT_TRUE(ParseArguments(args).help) << args.back();
+    EXPECT_EQ(ParseArguments(args).print, HelpText()) << args.back();
   }
+  EXPECT_EQ(ParseArguments({"--version"}).print, VersionText() + "\n");
+  EXPECT_EQ(VersionText(), std::string("metrofit ") + METROFIT_VERSION);
 }
 
 TEST(CliArguments, MissingOrUnknownWords) {
-  EXPECT_EQ(UsageMessage({}), "missing command");
-  EXPECT_EQ(UsageMessage({"solve", "sphere", "p.txt"}), "unknown command 'solve'");
-  EXPECT_EQ(UsageMessage({"fit"}), "missing SHAPE and FILE");
-  EXPECT_EQ(UsageMessage({"fit", "sphere"}), "missing FILE");
-  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "b.txt"}), "unexpected argument 'b.txt'");
-  EXPECT_EQ(UsageMessage({"fit", "Sphere", "a.txt"})
-                .rfind("unknown shape 'Sphere' (known: point, "
-                       "distance, line, plane, circle, ",
-                       0),
-            0u);
+  EXPECT_EQ(UsageMessage({}), "missing command: metrofit fit SHAPE FILE...");
+  EXPECT_EQ(UsageMessage({"solve", "sphere", "p.txt"}),
+            "unknown command 'solve' (the command is fit)");
+  EXPECT_TRUE(Contains(UsageMessage({"fit"}), "SHAPE is required"));
+  EXPECT_TRUE(Contains(UsageMessage({"fit", "sphere"}), "FILE is required"));
+  EXPECT_EQ(UsageMessage({"fit", "Sphere", "a.txt"}),
+            "unknown shape 'Sphere' (known: line, plane, circle, sphere, cylinder, cone, "
+            "ellipse, paraboloid, spheroid, torus)");
+  // The names of the KFit* era are gone with their functions.
+  EXPECT_TRUE(Contains(UsageMessage({"fit", "circle-ex", "a.txt"}), "unknown shape 'circle-ex'"));
+  EXPECT_TRUE(Contains(UsageMessage(Fit("sphere", {"--fast"})), "--fast"));
+  EXPECT_TRUE(Contains(UsageMessage(Fit("sphere", {"--fix"})), "--fix"));
 }
 
-TEST(CliArguments, BadOptions) {
-  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "--fast"}), "unknown option '--fast'");
-  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "-x"}), "unknown option '-x'");
-  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "--json=yes"}), "option --json takes no value");
-  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "--probe-radius"}),
-            "option --probe-radius needs a value");
-  EXPECT_EQ(UsageMessage({"fit", "sphere", "a.txt", "--ref-point"}),
-            "option --ref-point needs a value");
+TEST(CliArguments, MethodIsPreciseOrCompatible) {
+  EXPECT_EQ(ParseArguments(Fit("line", {"--method", "precise"})).fit.method, Method::kPrecise);
+  EXPECT_EQ(UsageMessage(Fit("line", {"--method", "exact"})),
+            "--method takes precise or compatible, not 'exact'");
 }
 
-TEST(CliArguments, ProbeRadiusMustBeAFiniteNonNegativeNumber) {
-  for (const char* bad : {"abc", "", "-1", "nan", "inf", "1e999", "2mm"}) {
-    EXPECT_EQ(UsageMessage({"fit", "torus", "a.txt", "--probe-radius", bad}),
-              std::string("--probe-radius needs a finite number >= 0, not '") + bad + "'");
+TEST(CliArguments, ProbeRadiusMustBeAFiniteNumber) {
+  for (const char* bad : {"abc", "nan", "inf", "1e999", "2mm", "0x10", " 1", ""}) {
+    EXPECT_EQ(UsageMessage(Fit("torus", {"--probe-radius", bad})),
+              std::string("--probe-radius needs a finite number, not '") + bad + "'");
   }
-  EXPECT_EQ(ParseArguments({"fit", "torus", "a.txt", "--probe-radius", "0"}).probe_radius, 0.0);
+  EXPECT_EQ(ParseArguments(Fit("torus", {"--probe-radius", "0"})).fit.probe_radius, 0.0);
+  // Negative: the probe touched from inside, as in a bore.
+  EXPECT_EQ(ParseArguments(Fit("cylinder", {"--probe-radius", "-1.5"})).fit.probe_radius, -1.5);
 }
 
-TEST(CliArguments, RefPointMustBeThreeFiniteNumbers) {
-  for (const char* bad : {"1,2", "1,2,3,4", "1,,3", "a,b,c", "1,2,inf", "1 2 3", ""}) {
-    EXPECT_EQ(UsageMessage({"fit", "point", "a.txt", "--ref-point", bad}),
-              std::string("--ref-point needs three finite numbers X,Y,Z, not '") + bad + "'");
+TEST(CliArguments, NamedValuesUseTheShapesParameterNames) {
+  const NamedValue axes = ParseNamedValue("--start", "semi_axes=30,18.5", Shape::kEllipse);
+  EXPECT_EQ(axes.name, "semi_axes");
+  EXPECT_EQ(axes.value, (std::vector<double>{30.0, 18.5}));
+  const NamedValue major = ParseNamedValue("--fix", "major_radius=-2e-3", Shape::kTorus);
+  EXPECT_EQ(major.value, std::vector<double>{-2e-3});
+}
+
+TEST(CliArguments, BadNamedValuesSayWhatIsWrong) {
+  EXPECT_EQ(UsageMessage(Fit("sphere", {"--fix", "radius"})), "--fix radius: expected NAME=VALUE");
+  EXPECT_EQ(UsageMessage(Fit("sphere", {"--fix", "axis=0,0,1"})),
+            "--fix axis=0,0,1: a sphere has no parameter 'axis' (it has center, radius)");
+  EXPECT_EQ(UsageMessage(Fit("cylinder", {"--start", "centre=1,2,3"})),
+            "--start centre=1,2,3: a cylinder has no parameter 'centre' (it has center, axis, "
+            "radius)");
+  EXPECT_EQ(UsageMessage(Fit("cylinder", {"--start", "axis=0,1"})),
+            "--start axis=0,1: axis takes 3 numbers separated by commas");
+  EXPECT_EQ(UsageMessage(Fit("cylinder", {"--fix", "radius=1,2"})),
+            "--fix radius=1,2: radius takes 1 number");
+  EXPECT_EQ(UsageMessage(Fit("cylinder", {"--fix", "radius="})),
+            "--fix radius=: '' is not a finite number");
+  EXPECT_EQ(UsageMessage(Fit("cylinder", {"--fix", "axis=0,,1"})),
+            "--fix axis=0,,1: '' is not a finite number");
+  EXPECT_EQ(UsageMessage(Fit("cylinder", {"--fix", "radius=nan"})),
+            "--fix radius=nan: 'nan' is not a finite number");
+  EXPECT_EQ(UsageMessage(Fit("cylinder", {"--fix", "radius=0x10"})),
+            "--fix radius=0x10: '0x10' is not a finite number");
+  EXPECT_EQ(UsageMessage(Fit("cylinder", {"--fix", "radius=10", "--start", "radius=9"})),
+            "parameter 'radius' is given more than once");
+  EXPECT_EQ(UsageMessage(Fit("cylinder", {"--fix", "radius=10", "--fix", "radius=10"})),
+            "parameter 'radius' is given more than once");
+}
+
+TEST(CliArguments, RetiredOptionsSayWhatReplacesThem) {
+  EXPECT_EQ(UsageMessage(Fit("circle", {"--radius", "5"})),
+            "--radius was replaced by --start radius=R (or --fix radius=R)");
+  EXPECT_EQ(UsageMessage(Fit("circle", {"--centre", "1,2,3"})),
+            "--centre was replaced by --start center=X,Y,Z (or --fix center=X,Y,Z)");
+  EXPECT_EQ(UsageMessage(Fit("circle", {"--axis", "0,0,1"})),
+            "--axis was replaced by --start axis=X,Y,Z (or --fix axis=X,Y,Z)");
+  EXPECT_EQ(UsageMessage(Fit("circle", {"--hold", "radius"})),
+            "--hold was replaced by --fix NAME=VALUE");
+  EXPECT_TRUE(Contains(UsageMessage(Fit("line", {"--ref-point", "1,2,3"})),
+                       "--ref-point was removed: the center of a line, plane or cylinder is the "
+                       "point of the line, plane or axis nearest the centroid of the points"));
+}
+
+TEST(CliArguments, UnitsAreAPrintableLabel) {
+  EXPECT_EQ(ParseArguments(Fit("plane", {"--units", "\u00b5m"})).units, "\u00b5m");
+  EXPECT_EQ(UsageMessage(Fit("plane", {"--units", ""})), "--units needs a printable label");
+  EXPECT_EQ(UsageMessage(Fit("plane", {"--units", "m\x1b[31m"})),
+            "--units needs a printable label");
+}
+
+TEST(CliArguments, JsonDeviationsNeedJson) {
+  EXPECT_EQ(UsageMessage(Fit("plane", {"--json-deviations"})), "--json-deviations needs --json");
+}
+
+TEST(CliArguments, StandardInputOnlyOnce) {
+  EXPECT_EQ(UsageMessage({"fit", "plane", "-", "a.txt", "-"}),
+            "standard input '-' can be read only once");
+}
+
+TEST(CliArguments, OutputNamesFollowTheStemRule) {
+  EXPECT_EQ(OutputPath("out/{stem}-dev.csv", "/data/bore 1.txt"), "out/bore 1-dev.csv");
+  EXPECT_EQ(OutputPath("{stem}_{stem}.csv", "a.b.ply"), "a.b_a.b.csv");
+  EXPECT_EQ(OutputPath("{stem}.csv", "-"), "stdin.csv");
+  EXPECT_EQ(OutputPath("fixed.csv", "a.txt"), "fixed.csv");
+  // One file: any name; several: the name must tell them apart.
+  EXPECT_EQ(ParseArguments(Fit("plane", {"--deviations", "d.csv"})).deviations, "d.csv");
+  EXPECT_EQ(UsageMessage({"fit", "plane", "a.txt", "b.txt", "--deviations", "d.csv"}),
+            "--deviations needs {stem} in its name with several FILEs");
+  EXPECT_EQ(UsageMessage({"fit", "plane", "x/a.txt", "y/a.txt", "--deviations", "{stem}.csv"}),
+            "--deviations would write 'a.csv' twice");
+  EXPECT_EQ(UsageMessage({"fit", "plane", "a.txt", "b.txt", "--report", "r.html"}),
+            "--report needs {stem} in its name with several FILEs");
+  EXPECT_EQ(UsageMessage({"fit", "plane", "a.csv", "--deviations", "{stem}.csv"}),
+            "--deviations would overwrite the input file 'a.csv'");
+}
+
+TEST(CliArguments, InputOptionsAreCheckedAndHandedToTheReader) {
+  const Options o =
+      ParseArguments(Fit("plane", {"--format", "csv", "--columns", "2,3,4", "--decimal-comma"}));
+  EXPECT_EQ(o.input.format, "csv");
+  EXPECT_EQ(o.input.columns, (std::vector<int>{2, 3, 4}));
+  EXPECT_TRUE(o.input.decimal_comma);
+  EXPECT_EQ(ParseArguments(Fit("plane", {"--format", "PLY"})).input.format, "PLY");
+  EXPECT_EQ(UsageMessage(Fit("plane", {"--format", "stl"})),
+            "--format takes auto, text, csv, ply, pts or pcd, not 'stl'");
+  for (const char* bad : {"2,3", "2,2,3", "0,1,2", "1,2,3,", "a,b,c", "1,2,3,4"}) {
+    EXPECT_EQ(UsageMessage(Fit("plane", {"--columns", bad})),
+              std::string("--columns needs three different column numbers X,Y,Z from 1, not '") +
+                  bad + "'");
   }
-}
-
-TEST(CliArguments, NominalValuesAreStartValues) {
-  const Options o = ParseArguments(
-      {"fit", "ellipse", "e.txt", "--centre", "330,-95,160", "--axis=0,-1,0.3", "--radius", "24"});
-  EXPECT_EQ(o.centre.value, KPt3<double>(330, -95, 160));
-  EXPECT_EQ(o.axis.value, KPt3<double>(0, -1, 0.3));
-  EXPECT_EQ(o.radius.value.x, 24.0);
-  for (int k = 0; k < 3; ++k) {
-    EXPECT_EQ(o.centre.mode[k], metrofit::cli::kStartValue) << k;
-    EXPECT_EQ(o.axis.mode[k], metrofit::cli::kStartValue) << k;
-  }
-  EXPECT_EQ(o.radius.mode[0], metrofit::cli::kStartValue);
-  // The radius is one number: the other two components stay free.
-  EXPECT_EQ(o.radius.mode[1], 0);
-  EXPECT_EQ(o.radius.mode[2], 0);
-}
-
-TEST(CliArguments, HoldKeepsNamedNominalValuesWhereverItStands) {
-  using metrofit::cli::kHeld;
-  using metrofit::cli::kStartValue;
-  const Options o = ParseArguments({"fit", "ellipse", "e.txt", "--hold", "z, axis", "--centre",
-                                    "1,2,3", "--axis", "0,0,1", "--radius", "5"});
-  EXPECT_EQ(o.centre.mode[0], kStartValue);
-  EXPECT_EQ(o.centre.mode[1], kStartValue);
-  EXPECT_EQ(o.centre.mode[2], kHeld);
-  for (int k = 0; k < 3; ++k) EXPECT_EQ(o.axis.mode[k], kHeld) << k;
-  EXPECT_EQ(o.radius.mode[0], kStartValue);
-
-  const Options r =
-      ParseArguments({"fit", "circle", "c.txt", "--radius=5", "--hold=radius,x", "--centre=1,2,3"});
-  EXPECT_EQ(r.radius.mode[0], kHeld);
-  EXPECT_EQ(r.centre.mode[0], kHeld);
-  EXPECT_EQ(r.centre.mode[1], kStartValue);
-  EXPECT_EQ(r.axis.mode[0], 0);
-}
-
-TEST(CliArguments, BadNominalValuesAndHolds) {
-  const Args base = {"fit", "ellipse", "e.txt"};
-  auto with = [&base](std::initializer_list<std::string> more) {
-    Args args = base;
-    args.insert(args.end(), more);
-    return UsageMessage(args);
-  };
-  EXPECT_EQ(with({"--centre", "1,2"}), "--centre needs three finite numbers X,Y,Z, not '1,2'");
-  EXPECT_EQ(with({"--axis", "0,0,nan"}), "--axis needs three finite numbers X,Y,Z, not '0,0,nan'");
-  EXPECT_EQ(with({"--axis", "0,0,0"}), "--axis needs a direction, not '0,0,0'");
-  EXPECT_EQ(with({"--radius", "0"}), "--radius needs a finite number > 0, not '0'");
-  EXPECT_EQ(with({"--radius", "-3"}), "--radius needs a finite number > 0, not '-3'");
-  EXPECT_EQ(with({"--radius"}), "option --radius needs a value");
-  EXPECT_EQ(with({"--hold", "z,tilt", "--centre", "1,2,3"}),
-            "--hold takes x, y, z, axis or radius separated by commas, not 'z,tilt'");
-  EXPECT_EQ(with({"--hold", ""}),
-            "--hold takes x, y, z, axis or radius separated by commas, not ''");
-  EXPECT_EQ(with({"--hold", "y"}), "--hold x, y or z needs --centre");
-  EXPECT_EQ(with({"--hold", "axis", "--centre", "1,2,3"}), "--hold axis needs --axis");
-  EXPECT_EQ(with({"--hold", "radius", "--axis", "0,0,1"}), "--hold radius needs --radius");
 }
 
 TEST(CliArguments, ParseNumberTakesWholeFiniteNumbersOnly) {
-  double v = -7.0;
-  EXPECT_TRUE(ParseNumber("1.5", &v));
-  EXPECT_EQ(v, 1.5);
-  EXPECT_TRUE(ParseNumber("-2e-3", &v));
-  EXPECT_EQ(v, -2e-3);
-  for (const char* bad : {"", " 1", "1 ", "1.5mm", "nan", "-inf", "1e400", "--1"}) {
-    v = -7.0;
-    EXPECT_FALSE(ParseNumber(bad, &v)) << bad;
-    EXPECT_EQ(v, -7.0) << "changed by " << bad;
+  EXPECT_EQ(ParseNumber("1.5"), 1.5);
+  EXPECT_EQ(ParseNumber("-2e-3"), -2e-3);
+  EXPECT_EQ(ParseNumber("7"), 7.0);
+  for (const char* bad :
+       {"", " 1", "1 ", "+1", "1.5mm", "nan", "-inf", "infinity", "1e400", "--1", "0x10", "1,5"}) {
+    EXPECT_EQ(ParseNumber(bad), std::nullopt) << bad;
   }
 }
 
-TEST(CliArguments, ParsePointLeavesTheTargetAloneOnFailure) {
-  KPt3<double> p(9, 9, 9);
-  EXPECT_TRUE(ParsePoint("1,2,3", &p));
-  EXPECT_EQ(p, KPt3<double>(1, 2, 3));
-  EXPECT_FALSE(ParsePoint("4,5", &p));
-  EXPECT_EQ(p, KPt3<double>(1, 2, 3));
-}
-
-TEST(CliArguments, HelpDocumentsShapesOptionsAndExitStatus) {
+TEST(CliArguments, HelpDocumentsShapesParametersOptionsAndExitStatus) {
   const std::string help = HelpText();
-  for (const auto& shape : AllShapes()) {
-    EXPECT_NE(help.find(std::string("  ") + shape.name + " "), std::string::npos) << shape.name;
-    EXPECT_NE(help.find(shape.function), std::string::npos) << shape.function;
+  EXPECT_EQ(help.rfind("Fits SHAPE to the measured points of each FILE", 0), 0u) << help;
+  EXPECT_TRUE(Contains(help, "Usage: metrofit fit [OPTIONS] SHAPE FILE...")) << help;
+  EXPECT_TRUE(Contains(help, "  cylinder    center, axis, radius\n")) << help;
+  EXPECT_TRUE(Contains(help, "  ellipse     center, axis, major_direction, semi_axes\n")) << help;
+  for (const Shape shape : AllShapes()) {
+    EXPECT_TRUE(Contains(help, std::string("\n  ") + metrofit::ToString(shape) + " "))
+        << metrofit::ToString(shape);
   }
   for (const char* text :
-       {"--json", "--probe-radius R", "--ref-point X,Y,Z", "--centre X,Y,Z", "--axis X,Y,Z",
-        "--radius R", "--hold LIST", "--help", "0  the fit succeeded", "1  the fit failed",
-        "2  usage error", "3  FILE cannot be read", "4  internal error"}) {
-    EXPECT_NE(help.find(text), std::string::npos) << text;
+       {"--method METHOD", "--fix NAME=V[,V...]", "--start NAME=V[,V...]", "--probe-radius R",
+        "--units LABEL", "--json ", "--json-deviations", "--deviations FILE.csv",
+        "--report FILE.html", "--format FORMAT", "--columns X,Y,Z", "--decimal-comma", "-h,--help",
+        "{stem}", "0  every fit is valid", "1  a fit is not valid", "2  usage error",
+        "3  a FILE cannot be read", "4  internal error"}) {
+    EXPECT_TRUE(Contains(help, text)) << text;
   }
-}
-
-TEST(CliArguments, HelpSaysWhatTheReferencePointDoesForEachShape) {
-  const std::string help = HelpText();
-  for (const char* text :
-       {"The point\n", "and the plane report it as their point.", "A line of three or\n",
-        "is held through it and reports it as its point", "two-point line reports the midpoint",
-        "The cylinder's axis\n", "point is the foot of the perpendicular from it on the fitted\n",
-        "cylinder-ex measures its axis point from the mean of the",
-        "A circle or circle-ex from one or two points, or whose\n",
-        "fit failed, is centred on it."}) {
-    EXPECT_NE(help.find(text), std::string::npos) << text;
-  }
+  // The retired options stay out of the help.
+  EXPECT_FALSE(Contains(help, "--ref-point")) << help;
+  EXPECT_FALSE(Contains(help, "--hold")) << help;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <limits>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,69 +14,80 @@
 
 namespace {
 
-using metrofit::cli::AllShapes;
-using metrofit::cli::FindShape;
+using metrofit::FitOptions;
+using metrofit::FitResult;
+using metrofit::Method;
+using metrofit::Parameter;
+using metrofit::Point;
+using metrofit::Shape;
+using metrofit::Status;
+using metrofit::cli::ExactNumber;
 using metrofit::cli::FitReport;
-using metrofit::cli::JsonNumber;
-using metrofit::cli::JsonString;
+using metrofit::cli::JsonReport;
 using metrofit::cli::TableNumber;
+using metrofit::cli::WriteDeviationsCsv;
 using metrofit::cli::WriteJson;
 using metrofit::cli::WriteTable;
 using metrofit_tools_test::JsonSyntax;
+using Json = nlohmann::json;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
-std::string Table(const char* shape, std::int32_t status, const CFitResult& r) {
+const std::string kFile = "parts/ball.txt";
+const std::string kMm = "mm";
+
+// A sphere result as the precise method gives it: 57 points, centre and radius with their
+// uncertainties.
+FitResult Sphere() {
+  FitResult r;
+  r.shape = Shape::kSphere;
+  r.method = Method::kPrecise;
+  r.valid = true;
+  r.status = Status::kOk;
+  r.center = {212.438, -148.716, 305.204};
+  r.radius = 12.5;
+  r.parameters = {{"center", {212.438, -148.716, 305.204}, {0.000412, 0.000611, 0.00042}},
+                  {"radius", {12.5}, {0.000021}}};
+  r.rms = 0.0014;
+  r.sigma = 0.0015;
+  r.min_deviation = -0.0031;
+  r.max_deviation = 0.0029;
+  r.form_error = 0.006;
+  r.iterations = 4;
+  return r;
+}
+
+FitResult Cone() {
+  FitResult r = Sphere();
+  r.shape = Shape::kCone;
+  r.radius.reset();
+  r.axis = std::array<double, 3>{0.0, 0.6, 0.8};
+  r.half_angle = 0.5235987755982988;  // 30 degrees
+  r.parameters = {{"center", {1.0, 2.0, 3.0}, {0.001, 0.002, 0.003}},
+                  {"axis", {0.0, 0.6, 0.8}, {0.0, 0.00002, 0.000015}},
+                  {"half_angle", {0.5235987755982988}, {0.0}}};
+  return r;
+}
+
+std::string Table(const FitResult& r, const FitOptions& options = FitOptions(),
+                  const std::string& units = kMm) {
   std::ostringstream out;
-  WriteTable(out, FitReport{*FindShape(shape), 57, status, r});
+  WriteTable(out, FitReport{kFile, 57, units, options, r});
   return out.str();
 }
 
-std::string Json(const char* shape, std::int32_t status, const CFitResult& r) {
+std::string JsonLine(const FitResult& r, bool with_points = false,
+                     const FitOptions& options = FitOptions()) {
   std::ostringstream out;
-  WriteJson(out, FitReport{*FindShape(shape), 57, status, r});
+  WriteJson(out, FitReport{kFile, 57, kMm, options, r}, with_points);
   return out.str();
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-void FillSphere(CFitResult* r) {
-  r->m_center = KPt3<double>(212.438, -148.716, 305.204);
-  r->m_size1.x = 12.5;
-  r->m_iterations = 4;
-  r->m_valid = 1;
-  r->m_sigma = 0.0015;
-  r->m_rms = 0.0014;
-  r->m_minDeviation = 0.0001;
-  r->m_maxDeviation = 0.003;
-  r->m_formError = 0.0055;
-}
-
-TEST(CliReport, JsonNumbersAreShortestExactOrNull) {
-  EXPECT_EQ(JsonNumber(5.0), "5");
-  EXPECT_EQ(JsonNumber(0.1), "0.1");
-  EXPECT_EQ(JsonNumber(-148.716), "-148.716");
-  EXPECT_EQ(JsonNumber(kNaN), "null");
-  EXPECT_EQ(JsonNumber(kInf), "null");
-  EXPECT_EQ(JsonNumber(-kInf), "null");
-  for (const double v : {1.0 / 3.0, 1e300, 4.9e-324, -2.5e-7}) {
-    EXPECT_EQ(std::strtod(JsonNumber(v).c_str(), nullptr), v) << JsonNumber(v);
-    EXPECT_TRUE(JsonSyntax::Valid(JsonNumber(v))) << JsonNumber(v);
-  }
-}
-
-TEST(CliReport, JsonStringsAreEscaped) {
-  EXPECT_EQ(JsonString("plain"), "\"plain\"");
-  EXPECT_EQ(JsonString("say \"2\"\\n"), "\"say \\\"2\\\"\\\\n\"");
-  EXPECT_EQ(JsonString("a\nb\tc\r"), "\"a\\nb\\tc\\r\"");
-  EXPECT_EQ(JsonString(std::string("\x01\x1f", 2)), "\"\\u0001\\u001f\"");
-  EXPECT_TRUE(JsonSyntax::Valid(JsonString(std::string("\x01\"\\\n\x7f", 5))));
+TEST(CliReport, StatusTextIsForReaders) {
+  EXPECT_EQ(metrofit::cli::StatusText(Status::kOk), "ok");
+  EXPECT_EQ(metrofit::cli::StatusText(Status::kTooFewPoints), "too few points");
+  EXPECT_EQ(metrofit::cli::StatusText(Status::kNotConverged), "not converged");
 }
 
 TEST(CliReport, TableNumbersHaveSixDecimals) {
@@ -88,120 +100,180 @@ TEST(CliReport, TableNumbersHaveSixDecimals) {
   EXPECT_EQ(TableNumber(2e12), "2.000000e+12");
 }
 
-TEST(CliReport, TheJsonCheckRejectsBrokenDocuments) {
-  EXPECT_TRUE(JsonSyntax::Valid("{\"a\": [1, -2.5e-3, null, true], \"b\": {}}"));
-  for (const char* bad : {"{\"a\": nan}", "{\"a\": 1,}", "[1 2]", "{a: 1}", "01", "1.", "",
-                          "{\"a\": 1} x", "\"tab\there\"", "[-inf]"}) {
-    EXPECT_FALSE(JsonSyntax::Valid(bad)) << bad;
+TEST(CliReport, ExactNumbersReadBackExactly) {
+  EXPECT_EQ(ExactNumber(5.0), "5");
+  EXPECT_EQ(ExactNumber(0.1), "0.1");
+  EXPECT_EQ(ExactNumber(-148.716), "-148.716");
+  for (const double v : {1.0 / 3.0, 1e300, 4.9e-324, -2.5e-7, 212.43798412345678}) {
+    EXPECT_EQ(std::strtod(ExactNumber(v).c_str(), nullptr), v) << ExactNumber(v);
   }
 }
 
-TEST(CliReport, SphereTable) {
-  CFitResult r;
-  FillSphere(&r);
-  EXPECT_EQ(Table("sphere", 1, r),
-            "shape          sphere\n"
-            "function       KFitSphere\n"
+TEST(CliReport, SphereTableShowsUncertaintiesStatisticsAndStatus) {
+  EXPECT_EQ(Table(Sphere()),
+            "file           parts/ball.txt\n"
+            "shape          sphere, precise method\n"
             "points         57\n"
-            "valid          1\n"
+            "center         212.438000  -148.716000  305.204000 \u00b1 0.000412  0.000611  "
+            "0.000420 mm\n"
+            "radius         12.500000 \u00b1 0.000021 mm\n"
+            "rms            0.001400 mm\n"
+            "sigma          0.001500 mm\n"
+            "min deviation  -0.003100 mm\n"
+            "max deviation  0.002900 mm\n"
+            "form error     0.006000 mm\n"
             "iterations     4\n"
-            "centre         212.438000  -148.716000  305.204000\n"
-            "radius         12.500000\n"
-            "sigma          0.001500\n"
-            "rms            0.001400\n"
-            "min deviation  0.000100\n"
-            "max deviation  0.003000\n"
-            "form error     0.005500\n");
+            "status         ok\n");
 }
 
-TEST(CliReport, TableShowsAMessageOnlyWhenThereIsOne) {
-  CFitResult r;
-  r.m_size2.y = 0.0;
-  EXPECT_EQ(Table("distance", 1, r).find("message"), std::string::npos);
-  r.m_message = "2 Points are needed for this measurement.";
-  const auto lines = Lines(Table("distance", 0, r));
-  ASSERT_FALSE(lines.empty());
-  EXPECT_EQ(lines.back(), "message   2 Points are needed for this measurement.");
-  EXPECT_NE(Table("distance", 0, r).find("valid     0\n"), std::string::npos);
+TEST(CliReport, TableMarksFixedParametersAndNamesTheUnits) {
+  FitOptions options;
+  options.shape = Shape::kSphere;
+  options.fixed = {{"radius", {12.5}}};
+  options.probe_radius = 1.5;
+  FitResult r = Sphere();
+  r.parameters[1].uncertainty = {0.0};
+  r.message = "radius held";
+  const std::string table = Table(r, options, "inch");
+  EXPECT_NE(table.find("\nradius         12.500000 (fixed) inch\n"), std::string::npos) << table;
+  EXPECT_NE(table.find("\nprobe radius   1.500000 inch\n"), std::string::npos) << table;
+  EXPECT_NE(table.find("\nrms            0.001400 inch\n"), std::string::npos) << table;
+  EXPECT_NE(table.find("\nstatus         ok: radius held\n"), std::string::npos) << table;
 }
 
-TEST(CliReport, TableColumnsLineUpForEveryShape) {
-  CFitResult r;
-  FillSphere(&r);
-  r.m_message = "note";
-  for (const auto& shape : AllShapes()) {
-    const auto lines = Lines(Table(shape.name, 1, r));
-    std::size_t column = 0;  // where the first value starts, after the widest label
-    for (const auto& line : lines) column = std::max(column, line.find("  ") + 2);
-    for (const auto& line : lines) {
-      ASSERT_GT(line.size(), column) << shape.name << ": " << line;
-      EXPECT_EQ(line.substr(column - 2, 2), "  ") << shape.name << ": " << line;
-      EXPECT_NE(line[column], ' ') << shape.name << ": " << line;
-    }
-  }
+TEST(CliReport, DirectionsHaveNoUnitAndAnglesShowDegreesToo) {
+  const std::string table = Table(Cone());
+  EXPECT_NE(table.find("\nshape          cone, precise method\n"), std::string::npos) << table;
+  EXPECT_NE(table.find("\naxis           0.000000  0.600000  0.800000 \u00b1 0.000000  0.000020  "
+                       "0.000015\n"),
+            std::string::npos)
+      << table;
+  EXPECT_NE(table.find("\nhalf_angle     0.523599 \u00b1 0.000000 rad  (30.000000 \u00b1 "
+                       "0.000000 deg)\n"),
+            std::string::npos)
+      << table;
 }
 
-TEST(CliReport, ShapesNameTheirCentreAndAxis) {
-  CFitResult r;
-  EXPECT_NE(Table("cone", 1, r).find("\napex  "), std::string::npos);
-  EXPECT_NE(Table("paraboloid", 1, r).find("\nvertex  "), std::string::npos);
-  EXPECT_NE(Table("plane", 1, r).find("\nnormal  "), std::string::npos);
-  EXPECT_NE(Table("line", 1, r).find("\ndirection  "), std::string::npos);
-  EXPECT_NE(Table("torus", 1, r).find("\nmajor radius  "), std::string::npos);
-  EXPECT_EQ(Table("sphere", 1, r).find("axis"), std::string::npos);
+TEST(CliReport, JsonIsOneLineWithEveryFieldOfTheResult) {
+  const std::string line = JsonLine(Sphere());
+  ASSERT_EQ(line.find('\n'), line.size() - 1) << line;
+  EXPECT_TRUE(JsonSyntax::Valid(line)) << line;
+  const Json json = Json::parse(line);
+  // First, so that a reader sees it before anything else.
+  EXPECT_EQ(nlohmann::ordered_json::parse(line).begin().key(), "schema");
+  EXPECT_EQ(json["schema"], "metrofit.fit/1");
+  EXPECT_EQ(json["file"], kFile);
+  EXPECT_EQ(json["units"], (Json{{"length", "mm"}, {"angle", "rad"}}));
+  EXPECT_EQ(json["shape"], "sphere");
+  EXPECT_EQ(json["method"], "precise");
+  EXPECT_EQ(json["points"], 57);
+  EXPECT_EQ(json["valid"], true);
+  EXPECT_EQ(json["status"], metrofit::ToString(Status::kOk));
+  EXPECT_EQ(json["message"], "");
+  EXPECT_EQ(json["iterations"], 4);
+  EXPECT_EQ(json["center"], (Json{212.438, -148.716, 305.204}));
+  EXPECT_EQ(json["radius"], 12.5);
+  EXPECT_FALSE(json.contains("axis"));  // a sphere has none
+  ASSERT_EQ(json["parameters"].size(), 2u);
+  EXPECT_EQ(
+      json["parameters"][1],
+      (Json{{"name", "radius"}, {"value", {12.5}}, {"uncertainty", {0.000021}}, {"fixed", false}}));
+  EXPECT_EQ(json["statistics"], (Json{{"rms", 0.0014},
+                                      {"sigma", 0.0015},
+                                      {"min_deviation", -0.0031},
+                                      {"max_deviation", 0.0029},
+                                      {"form_error", 0.006}}));
+  EXPECT_EQ(json["options"],
+            (Json{{"probe_radius", 0.0}, {"fixed", Json::array()}, {"start", Json::array()}}));
+  EXPECT_FALSE(json.contains("deviations"));
 }
 
-TEST(CliReport, SphereJson) {
-  CFitResult r;
-  FillSphere(&r);
-  EXPECT_EQ(Json("sphere", 1, r),
-            "{\n"
-            "  \"shape\": \"sphere\",\n"
-            "  \"function\": \"KFitSphere\",\n"
-            "  \"points\": 57,\n"
-            "  \"valid\": 1,\n"
-            "  \"iterations\": 4,\n"
-            "  \"centre\": [212.438, -148.716, 305.204],\n"
-            "  \"sizes\": {\n"
-            "    \"radius\": 12.5\n"
-            "  },\n"
-            "  \"sigma\": 0.0015,\n"
-            "  \"rms\": 0.0014,\n"
-            "  \"min_deviation\": 1e-04,\n"
-            "  \"max_deviation\": 0.003,\n"
-            "  \"form_error\": 0.0055,\n"
-            "  \"message\": \"\"\n"
-            "}\n");
+TEST(CliReport, JsonCarriesTheShapesOwnFields) {
+  FitResult r = Cone();
+  const Json cone = Json::parse(JsonLine(r));
+  EXPECT_EQ(cone["axis"], (Json{0.0, 0.6, 0.8}));
+  EXPECT_EQ(cone["half_angle"], 0.5235987755982988);
+  EXPECT_FALSE(cone.contains("radius"));
+  r.shape = Shape::kEllipse;
+  r.half_angle.reset();
+  r.semi_axes = std::array<double, 2>{30.0, 18.0};
+  r.major_direction = std::array<double, 3>{1.0, 0.0, 0.0};
+  r.focal_length = 50.0;
+  r.major_radius = 40.0;
+  r.minor_radius = 6.0;
+  const Json all = Json::parse(JsonLine(r));
+  EXPECT_EQ(all["semi_axes"], (Json{30.0, 18.0}));
+  EXPECT_EQ(all["major_direction"], (Json{1.0, 0.0, 0.0}));
+  EXPECT_EQ(all["focal_length"], 50.0);
+  EXPECT_EQ(all["major_radius"], 40.0);
+  EXPECT_EQ(all["minor_radius"], 6.0);
 }
 
-TEST(CliReport, JsonValidReflectsTheReturnedStatus) {
-  CFitResult r;
-  r.m_valid = 1;  // the status of the function decides, not the field
-  EXPECT_NE(Json("circle", 0, r).find("\"valid\": 0,"), std::string::npos);
-  EXPECT_NE(Json("circle", 1, r).find("\"valid\": 1,"), std::string::npos);
+TEST(CliReport, JsonRecordsTheOptionsAndMarksFixedParameters) {
+  FitOptions options;
+  options.fixed = {{"radius", {12.5}}};
+  options.start = {{"center", {212.0, -148.0, 305.0}}};
+  options.probe_radius = 2.0;
+  const Json json = Json::parse(JsonLine(Sphere(), false, options));
+  EXPECT_EQ(json["parameters"][0]["fixed"], false);
+  EXPECT_EQ(json["parameters"][1]["fixed"], true);
+  EXPECT_EQ(json["options"]["probe_radius"], 2.0);
+  EXPECT_EQ(json["options"]["fixed"], (Json{{{"name", "radius"}, {"value", {12.5}}}}));
+  EXPECT_EQ(json["options"]["start"],
+            (Json{{{"name", "center"}, {"value", {212.0, -148.0, 305.0}}}}));
 }
 
-TEST(CliReport, JsonHasAnEmptySizesObjectForShapesWithoutSizes) {
-  CFitResult r;
-  EXPECT_NE(Json("line", 1, r).find("\"sizes\": {},"), std::string::npos);
-  EXPECT_NE(Json("point", 1, r).find("\"sizes\": {},"), std::string::npos);
+TEST(CliReport, JsonListsDeviationsAndResidualsOnlyWhenAsked) {
+  FitResult r = Sphere();
+  r.deviations = {0.001, -0.002};
+  r.residuals = {{0.001, 0.0, 0.0}, {0.0, -0.002, 0.0}};
+  const Json json = Json::parse(JsonLine(r, true));
+  EXPECT_EQ(json["deviations"], (Json{0.001, -0.002}));
+  EXPECT_EQ(json["residuals"], (Json{{0.001, 0.0, 0.0}, {0.0, -0.002, 0.0}}));
+  EXPECT_FALSE(Json::parse(JsonLine(r, false)).contains("residuals"));
 }
 
-TEST(CliReport, JsonIsValidForEveryShapeWithNonFiniteValues) {
-  CFitResult r;
-  r.m_center = KPt3<double>(kNaN, kInf, -kInf);
-  r.m_axis = KPt3<double>(kNaN, kNaN, kNaN);
-  r.m_size1 = r.m_size2 = r.m_size3 = KPt3<double>(kNaN, -kInf, kNaN);
-  r.m_sigma = r.m_rms = r.m_minDeviation = r.m_maxDeviation = r.m_formError = kNaN;
-  r.m_message = "line \"one\"\n\tand \\ two";
-  for (const auto& shape : AllShapes()) {
-    const std::string json = Json(shape.name, 0, r);
-    EXPECT_TRUE(JsonSyntax::Valid(json)) << json;
-    EXPECT_EQ(json.find("nan"), std::string::npos) << json;
-    EXPECT_EQ(json.find("inf"), std::string::npos) << json;
-    EXPECT_NE(json.find("\"message\": \"line \\\"one\\\"\\n\\tand \\\\ two\""), std::string::npos)
-        << json;
-  }
+TEST(CliReport, JsonOfAFitThatIsNotValid) {
+  FitResult r;
+  r.shape = Shape::kCylinder;
+  r.status = Status::kTooFewPoints;
+  r.message = "line \"one\"\n\tand \\ two";
+  r.rms = kNaN;
+  r.form_error = -kInf;
+  const std::string line = JsonLine(r);
+  EXPECT_TRUE(JsonSyntax::Valid(line)) << line;
+  EXPECT_EQ(line.find("nan"), std::string::npos) << line;
+  const Json json = Json::parse(line);
+  EXPECT_EQ(json["valid"], false);
+  EXPECT_EQ(json["status"], metrofit::ToString(Status::kTooFewPoints));
+  EXPECT_EQ(json["message"], r.message);
+  EXPECT_TRUE(json["statistics"]["rms"].is_null());
+  EXPECT_TRUE(json["statistics"]["form_error"].is_null());
+}
+
+TEST(CliReport, JsonReplacesBytesThatAreNotUtf8) {
+  const std::string file = "bad\xff.txt";
+  std::ostringstream out;
+  WriteJson(out, FitReport{file, 0, kMm, FitOptions(), Sphere()}, false);
+  EXPECT_EQ(Json::parse(out.str())["file"], "bad\xef\xbf\xbd.txt");
+}
+
+TEST(CliReport, DeviationsCsvHasOneExactRowPerPoint) {
+  FitResult r = Sphere();
+  r.deviations = {0.0015, -2.5e-7};
+  std::ostringstream out;
+  WriteDeviationsCsv(out, {{212.438, -148.716, 317.704}, {0.1, -0.0, 1e-300}}, r);
+  EXPECT_EQ(out.str(),
+            "x,y,z,deviation\n"
+            "212.438,-148.716,317.704,0.0015\n"
+            "0.1,-0,1e-300,-2.5e-07\n");
+}
+
+TEST(CliReport, DeviationsCsvRefusesAResultForOtherPoints) {
+  FitResult r = Sphere();
+  r.deviations = {0.0015};
+  std::ostringstream out;
+  EXPECT_THROW(WriteDeviationsCsv(out, {{0, 0, 0}, {1, 1, 1}}, r), std::logic_error);
 }
 
 }  // namespace
