@@ -68,3 +68,37 @@ def test_compatible_fits_the_other_shapes(generator):
     assert result.valid, result.message
     assert_close(result.center, truth.fields["center"], 0.01, "center")
     assert result.deviations.shape == (len(truth.points),)
+
+
+def test_compatible_paraboloid_agrees_with_the_precise_one():
+    truth = synthetic.paraboloid()
+    precise = metrofit.fit("paraboloid", truth.points)
+    compatible = metrofit.fit("paraboloid", truth.points, method="compatible")
+    assert compatible.valid, compatible.message
+    assert_close(compatible.center, precise.center, AGREEMENT, "vertex")
+    assert_same_direction(compatible.axis, precise.axis, DIRECTION_AGREEMENT, "axis", signed=True)
+    assert_close(compatible.focal_length, precise.focal_length, AGREEMENT, "focal_length")
+
+
+def test_compatible_spheroid_from_nominal_values():
+    # KFitEllipse needs a start near the feature; from there it finds the precise solution.
+    truth = synthetic.spheroid()
+    precise = metrofit.fit("spheroid", truth.points)
+    compatible = metrofit.fit(
+        "spheroid", truth.points, method="compatible",
+        start={"center": truth.fields["center"], "axis": truth.fields["axis"],
+               "semi_axes": truth.fields["semi_axes"]})
+    assert compatible.valid, compatible.message
+    assert_close(compatible.center, precise.center, AGREEMENT, "center")
+    assert_same_direction(compatible.axis, precise.axis, DIRECTION_AGREEMENT, "axis")
+    assert_close(compatible.semi_axes, precise.semi_axes, AGREEMENT, "semi_axes")
+
+
+def test_a_failed_compatible_fit_is_a_result_not_an_exception():
+    # From its automatic start KFitEllipse does not find this closed spheroid.
+    truth = synthetic.spheroid()
+    result = metrofit.fit("spheroid", truth.points, method="compatible")
+    assert result.valid is False
+    assert result.status == "failed"
+    assert "KFitEllipse" in result.message
+    assert result.deviations.shape == (len(truth.points),)

@@ -13,13 +13,12 @@ REPEATS = 3
 
 def _jobs():
     jobs = []
-    for generator in (synthetic.sphere, synthetic.cylinder, synthetic.cone, synthetic.torus,
-                      synthetic.plane, synthetic.circle, synthetic.line):
+    for generator in synthetic.ALL:
         truth = generator()
         jobs.append((truth.shape, truth.points, "precise"))
     # The compatible method runs the KFit functions (the torus through the extended circle
     # fit and its temporary point store), which must be as safe on threads.
-    for generator in (synthetic.cylinder, synthetic.torus, synthetic.sphere):
+    for generator in (synthetic.cylinder, synthetic.torus, synthetic.sphere, synthetic.paraboloid):
         truth = generator()
         jobs.append((truth.shape, truth.points, "compatible"))
     return jobs * REPEATS
