@@ -203,3 +203,46 @@ TEST(CompatibleFit, PlaneCannotHoldACentre) {
 
 }  // namespace
 }  // namespace metrofit
+
+namespace metrofit {
+namespace {
+
+// A paraboloid dish with vertex v opening along +z, focal length f, 1 um-scale ripple.
+std::vector<KPt3<double>> DishPoints(const KPt3<double>& v, double f) {
+  std::vector<KPt3<double>> pts;
+  for (int i = 0; i < 80; ++i) {
+    const double t = 0.37 * i, rho = 2.0 + 0.25 * (i % 37);
+    const double ripple = 1e-3 * std::sin(1.7 * i);
+    pts.emplace_back(v.x + rho * std::cos(t), v.y + rho * std::sin(t),
+                     v.z + rho * rho / (4.0 * f) + ripple);
+  }
+  return pts;
+}
+
+TEST(CompatibleFit, ParaboloidIsKFitParaboloidAndDescribed) {
+  const auto pts = DishPoints(KPt3<double>(300.0, -120.0, 40.0), 25.0);
+  const FitResult result = Compatible(Shape::kParaboloid, pts);
+  const CFitResult out = Direct(&KFitParaboloid, pts);
+  EXPECT_EQ(result.valid, out.m_valid == 1) << result.message;
+  ExpectSamePoint(result.center, out.m_center);
+  EXPECT_EQ(*result.focal_length, std::fabs(out.m_size2.x));
+  ExpectSameStatistics(result, out);
+  ASSERT_EQ(result.deviations.size(), pts.size());
+}
+
+TEST(CompatibleFit, SpheroidIsKFitEllipseWithoutACrash) {
+  // KFitEllipse may fail from its automatic start; the compatible method must say so, not crash.
+  const auto data = GenerateKnownSolution(testing::Shape::kSphere, Cmm(29));
+  const FitResult result = Compatible(Shape::kSpheroid, data.points);
+  const CFitResult out = Direct(&KFitEllipse, data.points);
+  EXPECT_EQ(result.valid, out.m_valid == 1);
+  EXPECT_EQ(result.status, out.m_valid == 1 ? Status::kOk : Status::kFailed);
+  ExpectSamePoint(result.center, out.m_center);
+  ExpectSameStatistics(result, out);
+  ASSERT_TRUE(result.semi_axes.has_value());
+  EXPECT_EQ((*result.semi_axes)[0], std::fabs(out.m_size3.x));
+  EXPECT_EQ((*result.semi_axes)[1], std::fabs(out.m_size3.y));
+}
+
+}  // namespace
+}  // namespace metrofit
