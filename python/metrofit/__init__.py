@@ -95,7 +95,8 @@ class FitResult:
             value = getattr(self, name)
             if value is None:
                 continue
-            parts.append("%s=%s" % (name, _vector(value) if hasattr(value, "shape") else _number(value)))
+            text = _vector(value) if hasattr(value, "shape") else _number(value)
+            parts.append("%s=%s" % (name, text))
         parts += [
             "points=%d" % len(self.deviations),
             "rms=%s" % _number(self.rms),
