@@ -16,7 +16,7 @@ if(NOT rc EQUAL 0)
 endif()
 
 if(IS_ABSOLUTE "${PACKAGE_DIR}")
-  message(FATAL_ERROR "METROFIT_PYTHON_INSTALL_DIR is absolute; this test needs it under the prefix")
+  message(FATAL_ERROR "METROFIT_PYTHON_INSTALL_DIR is absolute: this test installs under a prefix")
 endif()
 set(script [=[
 import os, sys
