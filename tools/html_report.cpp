@@ -37,60 +37,20 @@ std::string Count(std::size_t n) {
   return digits;
 }
 
-const char* ShapeTitle(Shape shape) {
-  switch (shape) {
-    case Shape::kLine:
-      return "Line";
-    case Shape::kPlane:
-      return "Plane";
-    case Shape::kCircle:
-      return "Circle";
-    case Shape::kSphere:
-      return "Sphere";
-    case Shape::kCylinder:
-      return "Cylinder";
-    case Shape::kCone:
-      return "Cone";
-    case Shape::kEllipse:
-      return "Ellipse";
-    case Shape::kParaboloid:
-      return "Paraboloid";
-    case Shape::kSpheroid:
-      return "Spheroid";
-    case Shape::kTorus:
-      return "Torus";
-  }
-  return "Unknown shape";
+// "Cylinder" for a title: the library's name with a capital.
+std::string ShapeTitle(Shape shape) {
+  std::string name = ToString(shape);
+  if (!name.empty()) name[0] = static_cast<char>(name[0] - 'a' + 'A');
+  return name;
 }
 
-const char* MethodLabel(Method method) {
-  return method == Method::kPrecise ? "precise" : "compatible";
-}
-
-const char* StatusLabel(Status status) {
-  switch (status) {
-    case Status::kOk:
-      return "ok";
-    case Status::kDegenerate:
-      return "degenerate";
-    case Status::kNotConverged:
-      return "not converged";
-    case Status::kFailed:
-      return "failed";
-    case Status::kTooFewPoints:
-      return "too few points";
-    case Status::kNonFinitePoint:
-      return "non-finite point";
-    case Status::kUnknownShape:
-      return "unknown shape";
-    case Status::kUnknownParameter:
-      return "unknown parameter";
-    case Status::kInvalidOption:
-      return "invalid option";
-    case Status::kUnsupported:
-      return "unsupported";
+// "not converged" for a sentence: the library's name with blanks.
+std::string StatusLabel(Status status) {
+  std::string name = ToString(status);
+  for (char& c : name) {
+    if (c == '_') c = ' ';
   }
-  return "unknown status";
+  return name;
 }
 
 // What a parameter means for this shape, shown under its name.
@@ -251,7 +211,7 @@ void WriteHeader(std::ostream& out, const ReportInput& in) {
       << "\" id=\"validity\">" << (r.valid ? "valid fit" : "not valid")
       << "</span><span class=\"badge " << StatusClass(r)
       << "\" id=\"status\">status: " << StatusLabel(r.status)
-      << "</span><span class=\"badge\" id=\"method\">method: " << MethodLabel(r.method)
+      << "</span><span class=\"badge\" id=\"method\">method: " << ToString(r.method)
       << "</span></div>";
   if (!r.message.empty()) {
     out << "<p class=\"message\" id=\"message\">" << HtmlEscape(r.message) << "</p>";
@@ -405,7 +365,7 @@ std::vector<std::size_t> DrawnPointIndices(const std::vector<double>& deviations
 }
 
 void WriteHtmlReport(std::ostream& out, const ReportInput& in) {
-  const std::string title = std::string(ShapeTitle(in.result.shape)) + " fit of " + in.source;
+  const std::string title = ShapeTitle(in.result.shape) + " fit of " + in.source;
   out << "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
          "<meta name=\"generator\" content=\"metrofit\"><title>"

@@ -25,32 +25,6 @@ constexpr std::size_t kScreenThreshold = 2 * kScreenSize;
 // from the algebraic and subsample starts takes a handful).
 constexpr int kScreenIterations = 15;
 
-const char* Word(Shape shape) {
-  switch (shape) {
-    case Shape::kLine:
-      return "line";
-    case Shape::kPlane:
-      return "plane";
-    case Shape::kCircle:
-      return "circle";
-    case Shape::kSphere:
-      return "sphere";
-    case Shape::kCylinder:
-      return "cylinder";
-    case Shape::kCone:
-      return "cone";
-    case Shape::kEllipse:
-      return "ellipse";
-    case Shape::kParaboloid:
-      return "paraboloid";
-    case Shape::kSpheroid:
-      return "spheroid";
-    case Shape::kTorus:
-      return "torus";
-  }
-  return "feature";
-}
-
 bool NeedsVolume(Shape shape) {
   return shape == Shape::kSphere || shape == Shape::kCylinder || shape == Shape::kCone ||
          shape == Shape::kTorus || shape == Shape::kSpheroid || shape == Shape::kParaboloid;
@@ -59,7 +33,7 @@ bool NeedsVolume(Shape shape) {
 // A message when the point cloud cannot determine the shape, else empty.
 std::string Degeneracy(Shape shape, const PointStats& st) {
   const double size = std::max(1.0, st.centroid.Length());
-  const std::string what = std::string(" a ") + Word(shape) + " is not determined";
+  const std::string what = std::string(" a ") + ToString(shape) + " is not determined";
   if (!(st.scale > kCoincidentSpread * size)) return "all points coincide:" + what;
   if (shape != Shape::kLine && !(st.lineSpread > kFlatRatio * st.scale)) {
     return "all points lie on one line:" + what;
@@ -211,7 +185,7 @@ Solution SolveCircle(const Request& r, const PointStats& st, const Holds& holds,
 }
 
 std::string Undetermined(Shape shape) {
-  return std::string("the points do not determine every parameter of the ") + Word(shape) +
+  return std::string("the points do not determine every parameter of the ") + ToString(shape) +
          " (singular normal equations at the solution)";
 }
 
@@ -229,7 +203,7 @@ Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
   }
   if (!std::isfinite(sol.sum)) {
     out.status = Status::kFailed;
-    out.message = std::string("no start of the ") + Word(r.shape) + " led to a finite fit";
+    out.message = std::string("no start of the ") + ToString(r.shape) + " led to a finite fit";
     return out;
   }
   out.feature = FeatureFromState(r.shape, sol.state, st.centroid);
@@ -271,7 +245,7 @@ FitResult FitPreciseLimited(const Request& request, int maxIterations) {
   }
   if (AccumulatorFor(request.shape, Stage::kWhole) == nullptr) {
     result.status = Status::kUnsupported;
-    result.message = std::string("the precise ") + Word(request.shape) + " fit is not available";
+    result.message = std::string("the precise ") + ToString(request.shape) + " fit is not available";
     return result;
   }
   const PointStats st = ComputeStats(request.xyz, request.count, true);
