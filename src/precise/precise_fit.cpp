@@ -245,7 +245,8 @@ FitResult FitPreciseLimited(const Request& request, int maxIterations) {
   }
   if (AccumulatorFor(request.shape, Stage::kWhole) == nullptr) {
     result.status = Status::kUnsupported;
-    result.message = std::string("the precise ") + ToString(request.shape) + " fit is not available";
+    result.message =
+        std::string("the precise ") + ToString(request.shape) + " fit is not available";
     return result;
   }
   const PointStats st = ComputeStats(request.xyz, request.count, true);

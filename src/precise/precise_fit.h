@@ -27,8 +27,8 @@ struct Request {
 // A fitted feature in the caller's coordinates.
 struct Feature {
   Shape shape = Shape::kSphere;
-  Vec3 center;                    // as FitResult::center
-  Vec3 axis{0.0, 0.0, 1.0};       // unit; unused for the sphere
+  Vec3 center;                          // as FitResult::center
+  Vec3 axis{0.0, 0.0, 1.0};             // unit; unused for the sphere
   Vec3 major_direction{1.0, 0.0, 0.0};  // ellipse only: unit, across the axis
   // circle, sphere, cylinder: {radius}; cone: {half angle}; torus: {major, minor};
   // paraboloid: {focal length}; ellipse: {major, minor}; spheroid: {along, across}.
