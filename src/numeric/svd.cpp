@@ -58,7 +58,9 @@ NumericStatus ExtremeDirection(Extreme which, PointSet* points, NVector* x, std:
   if (!v || !w || !a) return NumericStatus::kAllocationFailure;
   for (int k = 0; k < 3; ++k) (*x)[k] = 0.0;
 
-  const NumericStatus status = SingularValueDecomposition(a.get(), w.get(), v.get(), maxIter);
+  // Only the right singular vectors are wanted: the points' copy is scratch.
+  const NumericStatus status =
+      SingularValueDecomposition(a.get(), w.get(), v.get(), maxIter, LeftVectors::kSkip);
   if (status != NumericStatus::kOk) return status;
 
   const double* s = w->data;
@@ -98,7 +100,7 @@ void SelectSingularIndices(const double* w, bool largest, int* extreme, int* mid
 }
 
 NumericStatus SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
-                                         std::int32_t maxIter) {
+                                         std::int32_t maxIter, LeftVectors left) {
   if (am == nullptr || wv == nullptr || vm == nullptr) return NumericStatus::kBadArguments;
   if (am->kind != kGeneral || vm->kind != kGeneral) return NumericStatus::kBadArguments;
   const std::int32_t m = am->rows;
@@ -115,6 +117,7 @@ NumericStatus SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
   double* w = wv->data;
   const RowMajor A(am->data, n);
   const RowMajor V(vm->data, n);
+  const bool formU = left == LeftVectors::kCompute;
 
   // 1. Householder reduction to bidiagonal form.
   double g = 0.0;
@@ -208,7 +211,7 @@ NumericStatus SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
   }
 
   // 2b. Accumulate the left reflections into A.
-  for (std::int32_t i = n - 1; i >= 0; --i) {
+  for (std::int32_t i = formU ? n - 1 : -1; i >= 0; --i) {
     l = i + 1;
     g = w[i];
     for (std::int32_t j = l; j < n; ++j) A(i, j) = 0.0;
@@ -254,7 +257,7 @@ NumericStatus SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
           h = 1.0 / h;
           c = g * h;
           s = -f * h;
-          for (std::int32_t j = 0; j < m; ++j) {
+          for (std::int32_t j = 0; formU && j < m; ++j) {
             const double y = A(j, nm);
             const double z = A(j, i);
             A(j, nm) = y * c + z * s;
@@ -312,7 +315,7 @@ NumericStatus SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
         }
         f = c * g + s * y;
         x = c * y - s * g;
-        for (std::int32_t jj = 0; jj < m; ++jj) {
+        for (std::int32_t jj = 0; formU && jj < m; ++jj) {
           const double ay = A(jj, j);
           const double az = A(jj, i);
           A(jj, j) = ay * c + az * s;

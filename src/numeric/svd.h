@@ -23,7 +23,13 @@ constexpr std::int32_t kSvdSweepLimit = 200;
 // value. Returns kOk, kIterationLimit when a singular value needs maxIter sweeps, kBadArguments
 // (absent A, w or V; fewer rows than columns; A or V not general; w shorter than n; V not n x n;
 // maxIter < 1), kAllocationFailure when the work vector cannot be made.
-NumericStatus SingularValueDecomposition(NMatrix* a, NVector* w, NMatrix* v, std::int32_t maxIter);
+//
+// With LeftVectors::kSkip, U is not formed and A is left holding the Householder vectors of the
+// reduction: the rotations that would build U never feed back into W or V, so W and V are the
+// same to the last bit, for about half the passes over the rows.
+enum class LeftVectors { kCompute, kSkip };
+NumericStatus SingularValueDecomposition(NMatrix* a, NVector* w, NMatrix* v, std::int32_t maxIter,
+                                         LeftVectors left = LeftVectors::kCompute);
 
 // Index of the smallest (largest when `largest` is set) of three singular values and of the
 // middle one: w1 replaces w0 only when strictly more extreme (index 0 wins a tie), then w2
