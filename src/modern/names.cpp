@@ -119,7 +119,7 @@ std::size_t MinimumPoints(Shape shape) {
 
 std::vector<std::string> ParameterNames(Shape shape) {
   std::vector<std::string> names;
-  for (const ParameterSpec& spec : ParameterSpecs(shape)) names.emplace_back(spec.name);
+  for (const ParameterSpec& param : ParameterSpecs(shape)) names.emplace_back(param.name);
   return names;
 }
 

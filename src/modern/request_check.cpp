@@ -35,24 +35,24 @@ std::string NameList(Shape shape) {
 }
 
 // Empty when the values suit the parameter; else what is wrong with them.
-std::string CheckValues(const ParameterSpec& spec, std::vector<double>& value) {
-  const std::size_t expected = ValueCount(spec.kind);
+std::string CheckValues(const ParameterSpec& param, std::vector<double>& value) {
+  const std::size_t expected = ValueCount(param.kind);
   std::ostringstream why;
   if (value.size() != expected) {
-    why << "'" << spec.name << "' takes " << expected << (expected == 1 ? " value" : " values")
+    why << "'" << param.name << "' takes " << expected << (expected == 1 ? " value" : " values")
         << ", " << value.size() << " given";
     return why.str();
   }
   for (double v : value) {
-    if (!std::isfinite(v)) return "'" + std::string(spec.name) + "' has a non-finite value";
+    if (!std::isfinite(v)) return "'" + std::string(param.name) + "' has a non-finite value";
   }
-  switch (spec.kind) {
+  switch (param.kind) {
     case ParameterKind::kPoint:
       break;
     case ParameterKind::kDirection: {
       const double length = std::hypot(value[0], value[1], value[2]);
       if (!(length > kMinDirectionLength)) {
-        return "'" + std::string(spec.name) + "' must be a non-zero direction";
+        return "'" + std::string(param.name) + "' must be a non-zero direction";
       }
       for (double& v : value) v /= length;
       break;
@@ -60,12 +60,12 @@ std::string CheckValues(const ParameterSpec& spec, std::vector<double>& value) {
     case ParameterKind::kLength:
     case ParameterKind::kLengths:
       for (double v : value) {
-        if (!(v > 0.0)) return "'" + std::string(spec.name) + "' must be positive";
+        if (!(v > 0.0)) return "'" + std::string(param.name) + "' must be positive";
       }
       break;
     case ParameterKind::kAngle:
       if (!(value[0] > 0.0 && value[0] < kHalfPi)) {
-        return "'" + std::string(spec.name) + "' must lie strictly between 0 and pi/2 radians";
+        return "'" + std::string(param.name) + "' must lie strictly between 0 and pi/2 radians";
       }
       break;
   }
@@ -76,8 +76,8 @@ std::string CheckValues(const ParameterSpec& spec, std::vector<double>& value) {
 CheckedRequest CheckValueList(Shape shape, const char* what, const std::vector<NamedValue>& in,
                               std::vector<NamedValue>& out) {
   for (const NamedValue& named : in) {
-    const ParameterSpec* spec = FindParameterSpec(shape, named.name);
-    if (!spec) {
+    const ParameterSpec* param = FindParameterSpec(shape, named.name);
+    if (!param) {
       return Reject(Status::kUnknownParameter, "'" + named.name + "' is not a parameter of " +
                                                    Article(shape) +
                                                    " (its parameters: " + NameList(shape) + ")");
@@ -89,7 +89,7 @@ CheckedRequest CheckValueList(Shape shape, const char* what, const std::vector<N
       }
     }
     NamedValue copy = named;
-    const std::string why = CheckValues(*spec, copy.value);
+    const std::string why = CheckValues(*param, copy.value);
     if (!why.empty()) return Reject(Status::kInvalidOption, why);
     out.push_back(std::move(copy));
   }

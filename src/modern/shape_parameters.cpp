@@ -71,8 +71,8 @@ const std::vector<ParameterSpec>& ParameterSpecs(Shape shape) {
 }
 
 const ParameterSpec* FindParameterSpec(Shape shape, std::string_view name) {
-  for (const ParameterSpec& spec : ParameterSpecs(shape)) {
-    if (spec.name == name) return &spec;
+  for (const ParameterSpec& param : ParameterSpecs(shape)) {
+    if (param.name == name) return &param;
   }
   return nullptr;
 }
