@@ -28,7 +28,7 @@ std::size_t ValueCount(ParameterKind kind);
 // In the order of FitResult::parameters; empty for an unknown shape.
 const std::vector<ParameterSpec>& ParameterSpecs(Shape shape);
 
-// The spec of the named parameter of the shape, or nullptr.
+// The description of the named parameter of the shape, or nullptr.
 const ParameterSpec* FindParameterSpec(Shape shape, std::string_view name);
 
 bool IsKnownShape(Shape shape);

@@ -42,7 +42,7 @@ int main(int argc, char** argv) {
   }
   std::ofstream out(argv[2], std::ios::binary);
   metrofit::cli::WriteHtmlReport(
-      out, {sample.points, sample.result, "measurements/<sample> & \"part 7\".txt", "mm"});
+      out, {sample.points, sample.result, "measurements/<sample> & \"piece 7\".txt", "mm"});
   out.close();
   if (!out) {
     std::cerr << "cannot write " << argv[2] << "\n";
