@@ -166,6 +166,24 @@ Solution SolveFromStarts(const Request& r, const PointStats& st, const Holds& ho
 }
 
 // The circle or ellipse: its least-squares plane, then the curve of the points in that plane.
+// The request of the in-plane stage: the fitted plane replaces a started axis, and a started
+// centre is moved into that plane (the in-plane stage moves the centre only within it).
+Request InFittedPlane(const Request& r, const Vec3& normal, const Vec3& onPlane) {
+  Request in = r;
+  in.start.clear();
+  for (const NamedValue& named : r.start) {
+    if (named.name == "axis") continue;
+    NamedValue copy = named;
+    if (named.name == "center") {
+      Vec3 c(named.value[0], named.value[1], named.value[2]);
+      c -= normal * normal.Dot(c - onPlane);
+      copy.value = {c.x, c.y, c.z};
+    }
+    in.start.push_back(copy);
+  }
+  return in;
+}
+
 Solution SolveCircle(const Request& r, const PointStats& st, const Holds& holds, const Vec3* given,
                      int maxIterations, Outcome* out, Solution* plane) {
   const std::vector<Feature> starts = StartCandidates(r, st, given);
@@ -173,14 +191,15 @@ Solution SolveCircle(const Request& r, const PointStats& st, const Holds& holds,
       SolveAll(r, st, holds, Stage::kCirclePlane, starts, given, maxIterations, &out->iterations);
   if (!std::isfinite(plane->sum)) return *plane;
   Vec3 normal = plane->state.u;
-  std::vector<Feature> circleStart = StartCandidates(r, st, &normal);
+  const Request inPlane = InFittedPlane(r, normal, plane->state.c);
+  std::vector<Feature> circleStart = StartCandidates(inPlane, st, &normal);
   for (Feature& f : circleStart) {
     f.axis = normal;
     // The algebraic centre lies in the plane through the centroid; put it in the fitted plane.
     f.center -= normal * normal.Dot(f.center - plane->state.c);
   }
-  Solution sol =
-      SolveAll(r, st, holds, Stage::kWhole, circleStart, &normal, maxIterations, &out->iterations);
+  Solution sol = SolveAll(inPlane, st, holds, Stage::kWhole, circleStart, &normal, maxIterations,
+                          &out->iterations);
   return sol;
 }
 

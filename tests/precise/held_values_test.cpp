@@ -140,5 +140,20 @@ TEST(PreciseHeldValues, EveryParameterStartedNearItsTrueValue) {
   }
 }
 
+// The circle's axis is the normal of its least-squares plane: a started axis (here tilted by
+// 0.01) only starts that plane, and a started centre off the plane is moved into it.
+TEST(PreciseHeldValues, CircleStartedNearItsTrueValueFindsItsPlane) {
+  const mt::KnownSolution s = Exact(mt::Shape::kCircle);
+  PointRequest pr(Shape::kCircle, s.points);
+  for (const char* name : {"center", "axis", "radius"}) {
+    std::vector<double> v = Values(s.truth, name);
+    for (double& x : v) x += std::string(name) == "axis" ? 0.01 : 0.2;
+    pr.request.start.push_back({name, v});
+  }
+  const FitResult r = FitPrecise(pr.request);
+  ASSERT_EQ(r.status, Status::kOk) << r.message;
+  ExpectSameFeature(s.truth, r, "circle started");
+}
+
 }  // namespace
 }  // namespace metrofit::precise
