@@ -15,8 +15,13 @@
 namespace metrofit::precise {
 namespace {
 
-// The binary-interface fits that give starts see at most this many points.
-constexpr std::size_t kSubsampleSize = 2000;
+// The binary-interface fits that give starts see at most this many points: a start only has to
+// lie in the right basin, and the multi-start cylinder, cone and torus fits cost tens of
+// microseconds a point.
+constexpr std::size_t kSubsampleSize = 500;
+// Iterations of each cylinder that looks for a torus's tube: it only has to bend the right way
+// (on a whole torus no cylinder fits, and the iteration would run to its limit).
+constexpr int kTubeIterations = 30;
 // Smallest tangent of a cone's half angle used as a start (a nearly cylindrical start).
 constexpr double kMinConeSlope = 1e-3;
 // Relative excess of the major over the minor semi-axis of an ellipse started from a circle:
@@ -175,7 +180,7 @@ bool TubeCylinder(const Request& r, const PointStats& st, State* tube) {
   double best = 0.0;
   for (const Feature& f : starts) {
     const Solution sol = Minimise(problem, AccumulatorFor(Shape::kCylinder, Stage::kWhole),
-                                  StateFromFeature(f, st.centroid, 0.0, false), kMaxIterations);
+                                  StateFromFeature(f, st.centroid, 0.0, false), kTubeIterations);
     if (std::isfinite(sol.sum) && (!found || sol.sum < best)) {
       *tube = sol.state;
       best = sol.sum;
