@@ -6,7 +6,8 @@
 //
 // The bytes decode into the function, the fit type, the six constraint triples (modes 0, 1,
 // a starting value, or any integer), probe radius, reference point and frame, options, and a
-// point list of up to fuzz_points::kMaxPoints points on a perturbed surface (fuzz_points.h).
+// point list of up to fuzz_points::kMaxPoints points on a perturbed surface (fuzz_points.h);
+// the line fits get at most fuzz_points::kLineFitMaxPoints (a known cubic search, see there).
 #include <cstddef>
 #include <cstdint>
 
@@ -17,10 +18,10 @@ namespace {
 
 using KFitFunction = std::int32_t (*)(CFitInput&, CFitResult&);
 
-constexpr KFitFunction kFunctions[] = {
-    KFitPoint,   KFitDistance,   KFitAngle,  KFitLine,     KFitLineEx,      KFitPlane,
-    KFitCircle,  KFitCircleEx,   KFitSphere, KFitSphereEx, KFitCylinder,    KFitCylinderEx,
-    KFitCone,    KFitEllipse,    KFitParaboloid, KFitTorus};
+constexpr KFitFunction kFunctions[] = {KFitPoint,  KFitDistance, KFitAngle,      KFitLine,
+                                       KFitLineEx, KFitPlane,    KFitCircle,     KFitCircleEx,
+                                       KFitSphere, KFitSphereEx, KFitCylinder,   KFitCylinderEx,
+                                       KFitCone,   KFitEllipse,  KFitParaboloid, KFitTorus};
 constexpr int kFunctionCount = sizeof(kFunctions) / sizeof(kFunctions[0]);
 
 KPt3<double> Triple(FuzzedDataProvider& fdp, double lo, double hi) {
@@ -45,7 +46,7 @@ void DecodeParam(FuzzedDataProvider& fdp, CFitParam& p) {
 
 void DecodeSettings(FuzzedDataProvider& fdp, CFitInput& in) {
   in.m_fitType = fdp.ConsumeIntegralInRange<int>(0, 15) == 0 ? fdp.ConsumeIntegral<std::int32_t>()
-                                                              : fdp.ConsumeIntegralInRange(0, 8);
+                                                             : fdp.ConsumeIntegralInRange(0, 8);
   in.m_probeRadius = fdp.ConsumeBool() ? 0.0 : fuzz_points::Number(fdp, -10.0, 10.0);
   in.m_refPoint = Triple(fdp, -2000.0, 2000.0);
   in.m_useReference = fdp.ConsumeBool();
@@ -71,7 +72,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const KFitFunction fit = kFunctions[fdp.ConsumeIntegralInRange(0, kFunctionCount - 1)];
   CFitInput in;
   DecodeSettings(fdp, in);
-  const std::vector<double> xyz = fuzz_points::DecodePoints(fdp);
+  const bool line = fit == KFitLine || fit == KFitLineEx;
+  const std::vector<double> xyz = fuzz_points::DecodePoints(
+      fdp, line ? fuzz_points::kLineFitMaxPoints : fuzz_points::kMaxPoints);
   in.m_points.reserve(xyz.size() / 3);
   for (std::size_t i = 0; i + 2 < xyz.size(); i += 3) {
     in.m_points.emplace_back(xyz[i], xyz[i + 1], xyz[i + 2]);

@@ -10,10 +10,12 @@
 //
 // The bytes decode into the shape (sometimes an unknown one), the method, fixed and start
 // values (names of the shape or not, right or wrong length, ordinary or hostile numbers), the
-// probe radius and up to fuzz_points::kMaxPoints points on a perturbed surface.
+// probe radius and up to fuzz_points::kMaxPoints points on a perturbed surface (the compatible
+// line at most fuzz_points::kLineFitMaxPoints: it runs KFitLine's cubic form-error search).
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -69,7 +71,9 @@ std::vector<metrofit::NamedValue> DecodeNamed(FuzzedDataProvider& fdp,
   return list;
 }
 
-bool Finite(double v) { return std::isfinite(v); }
+bool Finite(double v) {
+  return std::isfinite(v);
+}
 template <std::size_t N>
 bool Finite(const std::array<double, N>& a) {
   for (double v : a) {
@@ -88,23 +92,32 @@ bool Finite(const std::vector<double>& a) {
   return true;
 }
 
-// The promises of a valid result (see the file comment).
-bool ValidResultIsFinite(const metrofit::FitResult& r, std::size_t count) {
-  if (!Finite(r.center) || !Finite(r.axis) || !Finite(r.radius) || !Finite(r.half_angle) ||
-      !Finite(r.major_radius) || !Finite(r.minor_radius) || !Finite(r.focal_length) ||
-      !Finite(r.semi_axes) || !Finite(r.major_direction)) {
-    return false;
+// The first broken promise of a result (see the file comment), or nullptr.
+const char* BrokenPromise(const metrofit::FitResult& r, std::size_t count) {
+  if (r.valid != (r.status == metrofit::Status::kOk)) return "valid differs from status ok";
+  if (!r.valid) return nullptr;
+  if (!Finite(r.center) || !Finite(r.axis)) return "non-finite center or axis";
+  if (!Finite(r.radius) || !Finite(r.half_angle) || !Finite(r.major_radius) ||
+      !Finite(r.minor_radius) || !Finite(r.focal_length) || !Finite(r.semi_axes) ||
+      !Finite(r.major_direction)) {
+    return "non-finite size or direction";
   }
   for (const metrofit::Parameter& p : r.parameters) {
-    if (!Finite(p.value) || !Finite(p.uncertainty)) return false;
+    if (!Finite(p.value)) return "non-finite parameter value";
+    if (!Finite(p.uncertainty)) return "non-finite parameter uncertainty";
   }
-  if (r.deviations.size() != count || r.residuals.size() != count) return false;
-  if (!Finite(r.deviations)) return false;
+  if (r.deviations.size() != count || r.residuals.size() != count) {
+    return "not one deviation and residual per point";
+  }
+  if (!Finite(r.deviations)) return "non-finite deviation";
   for (const auto& v : r.residuals) {
-    if (!Finite(v)) return false;
+    if (!Finite(v)) return "non-finite residual";
   }
-  return Finite(r.rms) && Finite(r.sigma) && Finite(r.min_deviation) &&
-         Finite(r.max_deviation) && Finite(r.form_error);
+  if (!Finite(r.rms) || !Finite(r.sigma)) return "non-finite rms or sigma";
+  if (!Finite(r.min_deviation) || !Finite(r.max_deviation) || !Finite(r.form_error)) {
+    return "non-finite deviation range or form error";
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -118,12 +131,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   options.fixed = DecodeNamed(fdp, names);
   options.start = DecodeNamed(fdp, names);
   options.probe_radius = fdp.ConsumeBool() ? 0.0 : fuzz_points::Number(fdp, -10.0, 10.0);
-  const std::vector<double> xyz = fuzz_points::DecodePoints(fdp);
+  const bool kfitLine =
+      options.shape == metrofit::Shape::kLine && options.method == metrofit::Method::kCompatible;
+  const std::vector<double> xyz = fuzz_points::DecodePoints(
+      fdp, kfitLine ? fuzz_points::kLineFitMaxPoints : fuzz_points::kMaxPoints);
   const std::size_t count = xyz.size() / 3;
 
   const metrofit::FitResult result =
       metrofit::Fit(xyz.empty() ? nullptr : xyz.data(), count, options);
-  if (result.valid != (result.status == metrofit::Status::kOk)) __builtin_trap();
-  if (result.valid && !ValidResultIsFinite(result, count)) __builtin_trap();
+  if (const char* broken = BrokenPromise(result, count)) {
+    std::fprintf(stderr, "fuzz_modern: %s (%s, %s, status %s, %zu points)\n", broken,
+                 metrofit::ToString(options.shape), metrofit::ToString(options.method),
+                 metrofit::ToString(result.status), count);
+    __builtin_trap();
+  }
   return 0;
 }
