@@ -78,6 +78,51 @@ inline std::vector<P> CapPoints(std::size_t count, double radius, double noise,
   return pts;
 }
 
+// The whole sphere of radius `radius` about kCentre, uniform over the surface; uniform radial
+// deviations of standard deviation `noise` (mm).
+inline std::vector<P> SpherePoints(std::size_t count, double radius, double noise,
+                                   std::uint64_t seed = kSeed) {
+  Lcg rng(seed);
+  std::vector<P> pts(count);
+  for (auto& p : pts) {
+    const double z = 2.0 * rng.Uniform() - 1.0;
+    const double phi = kTwoPi * rng.Uniform();
+    const double s = std::sqrt(1.0 - z * z);
+    const double rho = radius + rng.UniformNoise(noise);
+    p = kCentre + (kN * z + kU * (s * std::cos(phi)) + kV * (s * std::sin(phi))) * rho;
+  }
+  return pts;
+}
+
+// A `side` x `side` mm square of the plane through kCentre with normal kN; uniform deviations
+// of standard deviation `noise` (mm) along the normal.
+inline std::vector<P> PlanePoints(std::size_t count, double side, double noise,
+                                  std::uint64_t seed = kSeed) {
+  Lcg rng(seed);
+  std::vector<P> pts(count);
+  for (auto& p : pts) {
+    const double a = side * (rng.Uniform() - 0.5);
+    const double b = side * (rng.Uniform() - 0.5);
+    p = kCentre + kU * a + kV * b + kN * rng.UniformNoise(noise);
+  }
+  return pts;
+}
+
+// The full turn of the cylinder of radius `radius` about the axis through kCentre along kN,
+// `length` mm long; uniform radial deviations of standard deviation `noise` (mm).
+inline std::vector<P> CylinderPoints(std::size_t count, double radius, double length, double noise,
+                                     std::uint64_t seed = kSeed) {
+  Lcg rng(seed);
+  std::vector<P> pts(count);
+  for (auto& p : pts) {
+    const double phi = kTwoPi * rng.Uniform();
+    const double h = length * (rng.Uniform() - 0.5);
+    const double rho = radius + rng.UniformNoise(noise);
+    p = kCentre + kN * h + (kU * std::cos(phi) + kV * std::sin(phi)) * rho;
+  }
+  return pts;
+}
+
 }  // namespace bench_data
 
 #endif  // METROFIT_BENCH_BENCH_DATA_H
