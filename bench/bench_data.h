@@ -78,47 +78,99 @@ inline std::vector<P> CapPoints(std::size_t count, double radius, double noise,
   return pts;
 }
 
-// The whole sphere of radius `radius` about kCentre, uniform over the surface; uniform radial
-// deviations of standard deviation `noise` (mm).
-inline std::vector<P> SpherePoints(std::size_t count, double radius, double noise,
-                                   std::uint64_t seed = kSeed) {
+// Points of a surface of revolution about the axis kN through kCentre: `count` feet drawn by
+// `foot(rng, radial, height)` from an angle about the axis in [0, sector), each moved along its
+// outward normal by Gaussian-like noise of standard deviation `noise` (mm).
+template <typename FootFn>
+std::vector<P> RevolutionPoints(std::size_t count, double sector, double noise, FootFn foot,
+                                std::uint64_t seed) {
   Lcg rng(seed);
   std::vector<P> pts(count);
   for (auto& p : pts) {
-    const double z = 2.0 * rng.Uniform() - 1.0;
-    const double phi = kTwoPi * rng.Uniform();
-    const double s = std::sqrt(1.0 - z * z);
-    const double rho = radius + rng.UniformNoise(noise);
-    p = kCentre + (kN * z + kU * (s * std::cos(phi)) + kV * (s * std::sin(phi))) * rho;
+    const double t = sector * rng.Uniform();
+    const P radial = kU * std::cos(t) + kV * std::sin(t);
+    P normal;
+    const P f = foot(rng, radial, &normal);
+    p = f + normal * rng.Noise(noise);
   }
   return pts;
 }
 
-// A `side` x `side` mm square of the plane through kCentre with normal kN; uniform deviations
-// of standard deviation `noise` (mm) along the normal.
-inline std::vector<P> PlanePoints(std::size_t count, double side, double noise,
+// A whole sphere of radius `radius` about kCentre.
+inline std::vector<P> SpherePoints(std::size_t count, double radius, double noise,
+                                   std::uint64_t seed = kSeed) {
+  return RevolutionPoints(
+      count, kTwoPi, noise,
+      [radius](Lcg& rng, const P& radial, P* n) {
+        const double z = 2.0 * rng.Uniform() - 1.0;
+        *n = radial * std::sqrt(1.0 - z * z) + kN * z;
+        return kCentre + *n * radius;
+      },
+      seed);
+}
+
+// A cylinder band of radius `radius` and height `length` centred on kCentre, over `sector`
+// radians about its axis.
+inline std::vector<P> CylinderPoints(std::size_t count, double radius, double length, double sector,
+                                     double noise, std::uint64_t seed = kSeed) {
+  return RevolutionPoints(
+      count, sector, noise,
+      [radius, length](Lcg& rng, const P& radial, P* n) {
+        *n = radial;
+        return kCentre + radial * radius + kN * (length * (rng.Uniform() - 0.5));
+      },
+      seed);
+}
+
+// A circle of radius `radius` about kCentre in the plane normal to kN, over `arc` radians,
+// with noise both in the plane and across it.
+inline std::vector<P> CirclePoints(std::size_t count, double radius, double arc, double noise,
+                                   std::uint64_t seed = kSeed) {
+  return RevolutionPoints(
+      count, arc, noise,
+      [radius, noise](Lcg& rng, const P& radial, P* n) {
+        *n = radial;
+        return kCentre + radial * radius + kN * rng.Noise(noise);
+      },
+      seed);
+}
+
+// A cone with its apex at kCentre opening along kN with half angle `half`, between the radii
+// 0.5 radius and radius, over `sector` radians.
+inline std::vector<P> ConePoints(std::size_t count, double radius, double half, double sector,
+                                 double noise, std::uint64_t seed = kSeed) {
+  return RevolutionPoints(
+      count, sector, noise,
+      [radius, half](Lcg& rng, const P& radial, P* n) {
+        const double h = radius * (0.5 + 0.5 * rng.Uniform()) / std::tan(half);
+        *n = radial * std::cos(half) - kN * std::sin(half);
+        return kCentre + kN * h + radial * (h * std::tan(half));
+      },
+      seed);
+}
+
+// A whole torus about kCentre: major radius `major`, tube radius `minor`.
+inline std::vector<P> TorusPoints(std::size_t count, double major, double minor, double noise,
+                                  std::uint64_t seed = kSeed) {
+  return RevolutionPoints(
+      count, kTwoPi, noise,
+      [major, minor](Lcg& rng, const P& radial, P* n) {
+        const double phi = kTwoPi * rng.Uniform();
+        *n = radial * std::cos(phi) + kN * std::sin(phi);
+        return kCentre + radial * major + *n * minor;
+      },
+      seed);
+}
+
+// A `length` x `width` plane strip through kCentre with normal kN.
+inline std::vector<P> PlanePoints(std::size_t count, double length, double width, double noise,
                                   std::uint64_t seed = kSeed) {
   Lcg rng(seed);
   std::vector<P> pts(count);
   for (auto& p : pts) {
-    const double a = side * (rng.Uniform() - 0.5);
-    const double b = side * (rng.Uniform() - 0.5);
-    p = kCentre + kU * a + kV * b + kN * rng.UniformNoise(noise);
-  }
-  return pts;
-}
-
-// The full turn of the cylinder of radius `radius` about the axis through kCentre along kN,
-// `length` mm long; uniform radial deviations of standard deviation `noise` (mm).
-inline std::vector<P> CylinderPoints(std::size_t count, double radius, double length, double noise,
-                                     std::uint64_t seed = kSeed) {
-  Lcg rng(seed);
-  std::vector<P> pts(count);
-  for (auto& p : pts) {
-    const double phi = kTwoPi * rng.Uniform();
-    const double h = length * (rng.Uniform() - 0.5);
-    const double rho = radius + rng.UniformNoise(noise);
-    p = kCentre + kN * h + (kU * std::cos(phi) + kV * std::sin(phi)) * rho;
+    const double a = length * (rng.Uniform() - 0.5);
+    const double b = width * (rng.Uniform() - 0.5);
+    p = kCentre + kU * a + kV * b + kN * rng.Noise(noise);
   }
   return pts;
 }

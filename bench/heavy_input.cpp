@@ -85,12 +85,12 @@ void BM_HeavySphere(benchmark::State& state) {
   FitHeavy(state, metrofit::Shape::kSphere, pts);
 }
 void BM_HeavyPlane(benchmark::State& state) {
-  const std::vector<P> pts = bench_data::PlanePoints(PointCount(), kPlaneSide, kNoise);
+  const std::vector<P> pts = bench_data::PlanePoints(PointCount(), kPlaneSide, kPlaneSide, kNoise);
   FitHeavy(state, metrofit::Shape::kPlane, pts);
 }
 void BM_HeavyCylinder(benchmark::State& state) {
-  const std::vector<P> pts =
-      bench_data::CylinderPoints(PointCount(), kRadius, kCylinderLength, kNoise);
+  const std::vector<P> pts = bench_data::CylinderPoints(PointCount(), kRadius, kCylinderLength,
+                                                        bench_data::kTwoPi, kNoise);
   FitHeavy(state, metrofit::Shape::kCylinder, pts);
 }
 void BM_HeavySphereCap90(benchmark::State& state) {

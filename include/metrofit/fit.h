@@ -145,7 +145,7 @@ struct FitResult {
   std::vector<std::array<double, 3>> residuals;
 
   double rms = 0.0;            // sqrt(sum d^2 / n)
-  double sigma = 0.0;          // sqrt(sum d^2 / (n - free parameters))
+  double sigma = 0.0;          // sqrt(sum d^2 / (m - free parameters)), m = n (2n for a line)
   double min_deviation = 0.0;  // smallest signed deviation
   double max_deviation = 0.0;  // largest signed deviation
   double form_error = 0.0;     // max - min deviation (for a line: twice the largest distance)

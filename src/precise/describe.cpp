@@ -18,6 +18,12 @@ namespace {
 // the map is smooth, so its truncation error (step^2) is far below what an uncertainty needs.
 constexpr double kReportStep = 1e-6;
 
+// Residual components the sum of squares holds: the line has two per point (the coordinates
+// across it), every other shape one.
+double Observations(const Request& r) {
+  return static_cast<double>(r.count) * (r.shape == Shape::kLine ? 2.0 : 1.0);
+}
+
 struct Spread {
   double sum = 0.0;
   double lo = std::numeric_limits<double>::infinity();
@@ -95,7 +101,7 @@ bool AddStageVariance(const Request& r, const PointStats& st, const State& s, St
   if (ne.p == 0) return true;
   double c[kLocalCount][kLocalCount];
   if (!Cofactor(ne, c)) return false;
-  const double dof = static_cast<double>(r.count) - ne.p;
+  const double dof = Observations(r) - ne.p;
   const double sigma2 = dof > 0.0 ? *sum / dof : 0.0;
   double g[kReportCount][kLocalCount];
   for (int j = 0; j < ne.p; ++j) {
@@ -168,7 +174,8 @@ void Describe(const Request& request, const Feature& feature, FitResult& result)
     determined = AddStageVariance(r, st, plane, Stage::kCirclePlane, var, &sum, &p);
   }
   determined = AddStageVariance(r, st, s, Stage::kWhole, var, &sum, &p) && determined;
-  result.sigma = n > p ? std::sqrt(sp.sum / (n - p)) : 0.0;
+  const double m = Observations(r);
+  result.sigma = m > p ? std::sqrt(sp.sum / (m - p)) : 0.0;
   result.parameters.clear();
   FillParameters(r, f, var, determined, result);
 }
