@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "precise/shape_problems.h"
+
 namespace metrofit {
 
 namespace {
@@ -111,8 +113,13 @@ precise::Feature FeatureOf(Shape shape, const CFitResult& out, const Vec3& centr
       feature.center = centroid - offset * feature.axis;
       break;
     }
-    case Shape::kCircle:
     case Shape::kSphere:
+      // A sphere has no axis and KFitSphere leaves its axis unset; the local frame the
+      // deviations and uncertainties are computed in needs a unit one, any will do.
+      feature.axis = Vec3(0.0, 0.0, 1.0);
+      feature.size[0] = out.m_size1.x;
+      break;
+    case Shape::kCircle:
     case Shape::kCylinder:
       feature.size[0] = out.m_size1.x;
       break;
@@ -182,6 +189,14 @@ FitResult FitCompatible(const precise::Request& request) {
   FitResult result;
   result.shape = request.shape;
   result.method = Method::kCompatible;
+  // Deviations and uncertainties are those of the returned feature, measured by the precise
+  // model of the shape; without one (paraboloid, spheroid so far) there is nothing to report.
+  if (precise::AccumulatorFor(request.shape, precise::Stage::kWhole) == nullptr) {
+    result.status = Status::kUnsupported;
+    result.message = std::string("the compatible ") + ToString(request.shape) +
+                     " fit is not available: its deviations need the precise model";
+    return result;
+  }
 
   CFitInput in;
   in.m_points.reserve(request.count);
