@@ -14,6 +14,10 @@
 #include <string>
 #include <vector>
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 #include "bench_data.h"
 #include "metrofit/fit.h"
 
@@ -49,8 +53,12 @@ double StatusKb(const std::string& field) {
   return -1.0;
 }
 
-// Makes VmHWM start again from the current resident size.
+// Makes VmHWM start again from the current resident size. Freed heap memory is handed back
+// first: glibc keeps it resident otherwise, and a later fit reusing it would show no peak.
 void ResetPeak() {
+#if defined(__GLIBC__)
+  malloc_trim(0);
+#endif
   std::ofstream clear("/proc/self/clear_refs");
   clear << "5";
 }
@@ -79,6 +87,12 @@ void FitHeavy(benchmark::State& state, metrofit::Shape shape, const std::vector<
   state.counters["extra_per_points"] = extraKb / 1024.0 / pointsMb;
   state.counters["valid"] = valid ? 1.0 : 0.0;
 }
+
+#if defined(__GLIBC__)
+// Large blocks always from their own mappings, returned on release: glibc otherwise raises
+// the threshold after the first large free and serves later blocks from pages already resident.
+const int kFixedMmapThreshold = mallopt(M_MMAP_THRESHOLD, 1 << 20);
+#endif
 
 void BM_HeavySphere(benchmark::State& state) {
   const std::vector<P> pts = bench_data::SpherePoints(PointCount(), kRadius, kNoise);

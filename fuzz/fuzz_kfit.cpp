@@ -6,10 +6,11 @@
 //
 // The bytes decode into the function, the fit type, the six constraint triples (modes 0, 1,
 // a starting value, or any integer), probe radius, reference point and frame, options, and a
-// point list of up to fuzz_points::kMaxPoints points on a perturbed surface (fuzz_points.h);
-// the line fits get at most fuzz_points::kLineFitMaxPoints (a known cubic search, see there).
+// point list of up to fuzz_points::kMaxPoints points on a perturbed surface (fuzz_points.h).
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 
 #include "fuzz_points.h"
 #include "metrofit.h"
@@ -65,6 +66,17 @@ void DecodeSettings(FuzzedDataProvider& fdp, CFitInput& in) {
   }
 }
 
+// The decoded input on stderr, for reproducing a finding outside the fuzzer.
+void Describe(KFitFunction fit, const CFitInput& in) {
+  int index = 0;
+  while (index < kFunctionCount && kFunctions[index] != fit) ++index;
+  std::fprintf(stderr, "function %d, fit type %d, probe %.17g, %zu points\n", index, in.m_fitType,
+               in.m_probeRadius, in.m_points.size());
+  for (const KPt3<double>& p : in.m_points) {
+    std::fprintf(stderr, "%.17g %.17g %.17g\n", p.x, p.y, p.z);
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -72,13 +84,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const KFitFunction fit = kFunctions[fdp.ConsumeIntegralInRange(0, kFunctionCount - 1)];
   CFitInput in;
   DecodeSettings(fdp, in);
-  const bool line = fit == KFitLine || fit == KFitLineEx;
-  const std::vector<double> xyz = fuzz_points::DecodePoints(
-      fdp, line ? fuzz_points::kLineFitMaxPoints : fuzz_points::kMaxPoints);
+  const std::vector<double> xyz = fuzz_points::DecodePoints(fdp);
   in.m_points.reserve(xyz.size() / 3);
   for (std::size_t i = 0; i + 2 < xyz.size(); i += 3) {
     in.m_points.emplace_back(xyz[i], xyz[i + 1], xyz[i + 2]);
   }
+  if (std::getenv("METROFIT_FUZZ_VERBOSE") != nullptr) Describe(fit, in);
   CFitResult out;
   fit(in, out);
   return 0;

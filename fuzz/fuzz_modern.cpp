@@ -10,12 +10,12 @@
 //
 // The bytes decode into the shape (sometimes an unknown one), the method, fixed and start
 // values (names of the shape or not, right or wrong length, ordinary or hostile numbers), the
-// probe radius and up to fuzz_points::kMaxPoints points on a perturbed surface (the compatible
-// line at most fuzz_points::kLineFitMaxPoints: it runs KFitLine's cubic form-error search).
+// probe radius and up to fuzz_points::kMaxPoints points on a perturbed surface (fuzz_points.h).
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -120,6 +120,22 @@ const char* BrokenPromise(const metrofit::FitResult& r, std::size_t count) {
   return nullptr;
 }
 
+// The decoded input on stderr, for reproducing a finding outside the fuzzer.
+void Describe(const metrofit::FitOptions& o, const std::vector<double>& xyz) {
+  std::fprintf(stderr, "shape %d, method %d, probe %.17g, %zu points\n", static_cast<int>(o.shape),
+               static_cast<int>(o.method), o.probe_radius, xyz.size() / 3);
+  for (const auto* list : {&o.fixed, &o.start}) {
+    for (const metrofit::NamedValue& n : *list) {
+      std::fprintf(stderr, "%s %s:", list == &o.fixed ? "fixed" : "start", n.name.c_str());
+      for (double v : n.value) std::fprintf(stderr, " %.17g", v);
+      std::fprintf(stderr, "\n");
+    }
+  }
+  for (std::size_t i = 0; i + 2 < xyz.size(); i += 3) {
+    std::fprintf(stderr, "%.17g %.17g %.17g\n", xyz[i], xyz[i + 1], xyz[i + 2]);
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -131,12 +147,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   options.fixed = DecodeNamed(fdp, names);
   options.start = DecodeNamed(fdp, names);
   options.probe_radius = fdp.ConsumeBool() ? 0.0 : fuzz_points::Number(fdp, -10.0, 10.0);
-  const bool kfitLine =
-      options.shape == metrofit::Shape::kLine && options.method == metrofit::Method::kCompatible;
-  const std::vector<double> xyz = fuzz_points::DecodePoints(
-      fdp, kfitLine ? fuzz_points::kLineFitMaxPoints : fuzz_points::kMaxPoints);
+  const std::vector<double> xyz = fuzz_points::DecodePoints(fdp);
   const std::size_t count = xyz.size() / 3;
 
+  if (std::getenv("METROFIT_FUZZ_VERBOSE") != nullptr) Describe(options, xyz);
   const metrofit::FitResult result =
       metrofit::Fit(xyz.empty() ? nullptr : xyz.data(), count, options);
   if (const char* broken = BrokenPromise(result, count)) {
