@@ -21,8 +21,8 @@
 namespace fuzz_points {
 
 // Upper bound of a decoded point count: a fit of this many points under the sanitizers takes
-// milliseconds, up to a few seconds for the cylinder fits' multi-start search, well inside the
-// 25 s an execution may take before it counts as a hang.
+// milliseconds, up to some 20 s for KFitTorus or the cylinder fits' multi-start search (0.8 s
+// optimised), inside the 60 s an execution may take before it counts as a hang.
 constexpr std::size_t kMaxPoints = 3000;
 // Lists longer than this are never exactly collinear: they get noise across the surface of at
 // least kAcrossNoiseFloor. The line fit's form error (the smallest circle about the line, in

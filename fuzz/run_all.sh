@@ -5,16 +5,17 @@
 # names the reproducer and prints it in base64 and hex.
 #
 #   fuzz/run_all.sh [BUDGET_SECONDS]
-#   env: METROFIT_FUZZ_BUILD (build dir, default build/fuzz), METROFIT_FUZZ_TIMEOUT (25),
+#   env: METROFIT_FUZZ_BUILD (build dir, default build/fuzz), METROFIT_FUZZ_TIMEOUT (60),
 #        METROFIT_FUZZ_ARTIFACTS (where reproducers go, default <build>/artifacts)
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
 budget=${1:-60}
 build=${METROFIT_FUZZ_BUILD:-build/fuzz}
-# Seconds one execution may take: the slowest legitimate input (a few thousand points under
-# the sanitizers) takes well under a second, a hang never ends.
-timeout=${METROFIT_FUZZ_TIMEOUT:-25}
+# Seconds one execution may take: the slowest legitimate inputs (KFitTorus on 2500 points: 0.8 s
+# optimised, 20 s under the sanitizers and coverage on a loaded machine) stay well below it; a
+# hang never ends.
+timeout=${METROFIT_FUZZ_TIMEOUT:-60}
 artifacts=${METROFIT_FUZZ_ARTIFACTS:-$build/artifacts}
 
 cmake -S fuzz -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null ||
