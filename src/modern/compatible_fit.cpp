@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "precise/shape_problems.h"
+
 namespace metrofit {
 
 namespace {
@@ -148,6 +150,37 @@ precise::Feature FeatureOf(Shape shape, const CFitResult& out, const Vec3& centr
   return feature;
 }
 
+bool AllFinite(const std::vector<double>& values) {
+  for (double v : values) {
+    if (!std::isfinite(v)) return false;
+  }
+  return true;
+}
+
+// Why a fit its KFit function calls a success cannot be reported valid, or nullptr. The KFit
+// functions may return NaN or overflowed values, or a feature the points do not determine (a
+// plane through collinear points), as a success; a valid result promises finite numbers.
+const char* UnusableSuccess(const FitResult& result) {
+  for (const Parameter& p : result.parameters) {
+    if (!AllFinite(p.value)) return "non-finite parameters";
+  }
+  if (!AllFinite(result.deviations)) return "non-finite deviations";
+  for (const auto& r : result.residuals) {
+    if (!std::isfinite(r[0]) || !std::isfinite(r[1]) || !std::isfinite(r[2])) {
+      return "non-finite residuals";
+    }
+  }
+  const double stats[] = {result.rms, result.sigma, result.min_deviation, result.max_deviation,
+                          result.form_error};
+  for (double v : stats) {
+    if (!std::isfinite(v)) return "non-finite statistics";
+  }
+  for (const Parameter& p : result.parameters) {
+    if (!AllFinite(p.uncertainty)) return "an infinite uncertainty: the points do not determine it";
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 FitResult FitCompatible(const precise::Request& request) {
@@ -155,6 +188,14 @@ FitResult FitCompatible(const precise::Request& request) {
   FitResult result;
   result.shape = request.shape;
   result.method = Method::kCompatible;
+  // Deviations and uncertainties are those of the returned feature, measured by the precise
+  // model of the shape; without one (paraboloid, spheroid so far) there is nothing to report.
+  if (precise::AccumulatorFor(request.shape, precise::Stage::kWhole) == nullptr) {
+    result.status = Status::kUnsupported;
+    result.message = std::string("the compatible ") + ToString(request.shape) +
+                     " fit is not available: its deviations need the precise model";
+    return result;
+  }
 
   CFitInput in;
   in.m_points.reserve(request.count);
@@ -195,6 +236,11 @@ FitResult FitCompatible(const precise::Request& request) {
   result.max_deviation = out.m_maxDeviation;
   result.form_error = out.m_formError;
   result.iterations = out.m_iterations;
+  if (const char* why = valid ? UnusableSuccess(result) : nullptr) {
+    result.valid = false;
+    result.status = Status::kFailed;
+    result.message = std::string(compatible.name) + " reported success with " + why;
+  }
   return result;
 }
 

@@ -114,9 +114,11 @@ void FillGeometry(const Feature& f, FitResult& res) {
 bool AddStageVariance(const Request& r, const PointStats& st, const State& s, Stage stage,
                       double var[kReportCount], double* sum, int* p) {
   const Problem problem = MakeProblem(r, st, HoldsOf(r), stage);
+  const AccumulateFn accumulate = AccumulatorFor(r.shape, stage);
+  if (accumulate == nullptr) return false;  // no model of the shape: nothing to propagate
   Normal ne;
   PrepareNormal(problem, &ne);
-  *sum = AccumulatorFor(r.shape, stage)(problem, s, &ne);
+  *sum = accumulate(problem, s, &ne);
   *p = ne.p;
   if (ne.p == 0) return true;
   double c[kLocalCount][kLocalCount];
