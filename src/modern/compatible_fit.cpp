@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <string>
 
-#include "precise/shape_problems.h"
-
 namespace metrofit {
 
 namespace {
@@ -188,14 +186,6 @@ FitResult FitCompatible(const precise::Request& request) {
   FitResult result;
   result.shape = request.shape;
   result.method = Method::kCompatible;
-  // Deviations and uncertainties are those of the returned feature, measured by the precise
-  // model of the shape; without one (paraboloid, spheroid so far) there is nothing to report.
-  if (precise::AccumulatorFor(request.shape, precise::Stage::kWhole) == nullptr) {
-    result.status = Status::kUnsupported;
-    result.message = std::string("the compatible ") + ToString(request.shape) +
-                     " fit is not available: its deviations need the precise model";
-    return result;
-  }
 
   CFitInput in;
   in.m_points.reserve(request.count);
