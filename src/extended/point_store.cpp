@@ -44,6 +44,8 @@ constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
 // Test override of kDefaultTempDir (a copy of the caller's text); empty: no override.
 thread_local std::string t_fallbackDir;
+// Set while an InMemoryPointStore lives on this thread: no file is made.
+thread_local bool t_inMemory = false;
 
 // ---------------------------------------------------------------------------------------------
 // This thread's list.
@@ -213,8 +215,10 @@ TempPointFile* Save(const PointSet* points, const char* first, const char* secon
   auto* r = static_cast<TempPointFile*>(AllocateBlock(sizeof(TempPointFile)));
   if (r == nullptr) return nullptr;
   r->count = points->count;
-  r->file = WriteAnonymousFile(*points, first);
-  if (r->file == nullptr && second != nullptr) r->file = WriteAnonymousFile(*points, second);
+  r->file = t_inMemory ? nullptr : WriteAnonymousFile(*points, first);
+  if (r->file == nullptr && second != nullptr && !t_inMemory) {
+    r->file = WriteAnonymousFile(*points, second);
+  }
   r->memory = r->file == nullptr ? CopyToMemory(*points) : nullptr;
   if (r->file == nullptr && r->memory == nullptr) {
     ReleaseBlock(r);
@@ -280,6 +284,14 @@ std::int32_t PendingPointFileCount() {
 
 void DiscardPendingPointFiles() {
   t_list.DiscardAll();
+}
+
+InMemoryPointStore::InMemoryPointStore() : previous_(t_inMemory) {
+  t_inMemory = true;
+}
+
+InMemoryPointStore::~InMemoryPointStore() {
+  t_inMemory = previous_;
 }
 
 void OverrideFallbackTempDirectory(const char* directory) {

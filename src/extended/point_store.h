@@ -74,6 +74,19 @@ void DiscardPendingPointFiles();
 // missing too leaves the in-memory copy as the only backing.
 void OverrideFallbackTempDirectory(const char* directory);
 
+// While one lives on a thread, that thread's copies stay in memory and no file is made (the
+// points come back the same either way). The modern interface promises callers no files.
+class InMemoryPointStore {
+ public:
+  InMemoryPointStore();
+  ~InMemoryPointStore();
+  InMemoryPointStore(const InMemoryPointStore&) = delete;
+  InMemoryPointStore& operator=(const InMemoryPointStore&) = delete;
+
+ private:
+  bool previous_;
+};
+
 }  // namespace metrofit::numeric
 
 #endif  // METROFIT_EXTENDED_POINT_STORE_H

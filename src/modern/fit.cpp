@@ -4,6 +4,7 @@
 
 #include <exception>
 
+#include "extended/point_store.h"
 #include "modern/compatible_fit.h"
 #include "modern/request_check.h"
 #include "precise/precise_fit.h"
@@ -26,6 +27,8 @@ FitResult Rejected(const FitOptions& options, Status status, std::string message
 
 FitResult Fit(const double* xyz, std::size_t count, const FitOptions& options) {
   try {
+    // The compatible circle-based fits (KFitTorus) park a copy of their points; keep it off disk.
+    const numeric::InMemoryPointStore noFiles;
     const CheckedRequest checked = CheckRequest(xyz, count, options);
     if (checked.status != Status::kOk) {
       return Rejected(options, checked.status, checked.message);

@@ -664,3 +664,31 @@ TEST_F(PointStoreLifetime, MissingTemporaryDirectoryGivesTheSameCircle) {
 
 }  // namespace
 }  // namespace metrofit
+
+namespace metrofit::numeric {
+namespace {
+
+// Inside an InMemoryPointStore scope the copy stays in memory, and only on that thread; the
+// scope nests and restores the file-backed store when it ends.
+TEST(PointStoreInMemory, ScopeKeepsCopiesOffDiskAndEnds) {
+  UniquePointSet s(CreatePointSet(2));
+  for (int i = 0; i < 6; ++i) s->xyz[i] = 500.0 + i;
+  {
+    const InMemoryPointStore outer;
+    { const InMemoryPointStore inner; }
+    TempPointFile* r = SavePoints(s.get());
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(r->file, nullptr);
+    EXPECT_NE(r->memory, nullptr);
+    UniquePointSet back(CreatePointSet(2));
+    EXPECT_EQ(RestorePoints(r, back.get()), 0);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(back->xyz[i], s->xyz[i]);
+  }
+  TempPointFile* r = SavePoints(s.get());
+  ASSERT_NE(r, nullptr);
+  EXPECT_NE(r->file, nullptr) << "the scope must end with its owner";
+  DiscardPointFile(r);
+}
+
+}  // namespace
+}  // namespace metrofit::numeric
