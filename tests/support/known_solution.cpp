@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "support/test_frame.h"
+
 namespace metrofit::testing {
 
 namespace {
@@ -25,31 +27,6 @@ constexpr double kRankTolerance = 1e-9;
 
 // Safety factor on the convergence bounds for the second-order terms J^T J omits.
 constexpr double kBoundSafety = 2.0;
-
-struct Frame {
-  Pt e1;
-  Pt e2;
-  Pt u;
-};
-
-Pt Unit(Pt v) {
-  v.Normalize();
-  return v;
-}
-
-// Right-handed frame (e1, e2, u) with e1 built from the coordinate axis least aligned with u.
-Frame MakeFrame(const Pt& axis) {
-  const Pt u = Unit(axis);
-  const double ax = std::fabs(u.x), ay = std::fabs(u.y), az = std::fabs(u.z);
-  Pt h(0.0, 0.0, 1.0);
-  if (ax <= ay && ax <= az) {
-    h = Pt(1.0, 0.0, 0.0);
-  } else if (ay <= az) {
-    h = Pt(0.0, 1.0, 0.0);
-  }
-  const Pt e1 = Unit(h.Cross(u));
-  return Frame{e1, u.Cross(e1), u};
-}
 
 // The base frame carried onto a nearby axis; smooth in the axis, unlike MakeFrame, so that
 // central differences of frame-dependent residuals (the line's) are well defined.

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/noise_propagation.h"
+#include "support/test_frame.h"
 
 namespace metrofit::testing {
 
@@ -24,31 +25,6 @@ constexpr double kDegree = kPi / 180.0;
 constexpr double kRankTolerance = 1e-12;
 
 using Column = std::vector<double>;
-
-struct Frame {
-  Pt e1;
-  Pt e2;
-  Pt u;
-};
-
-Pt Unit(Pt v) {
-  v.Normalize();
-  return v;
-}
-
-// Right-handed frame (e1, e2, u), e1 from the coordinate axis least aligned with u.
-Frame MakeFrame(const Pt& axis) {
-  const Pt u = Unit(axis);
-  const double ax = std::fabs(u.x), ay = std::fabs(u.y), az = std::fabs(u.z);
-  Pt h(0.0, 0.0, 1.0);
-  if (ax <= ay && ax <= az) {
-    h = Pt(1.0, 0.0, 0.0);
-  } else if (ay <= az) {
-    h = Pt(0.0, 1.0, 0.0);
-  }
-  const Pt e1 = Unit(h.Cross(u));
-  return Frame{e1, u.Cross(e1), u};
-}
 
 Pt UnitVector(PortableRandom& rng) {
   const double z = rng.Uniform(-1.0, 1.0);
