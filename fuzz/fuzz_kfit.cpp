@@ -6,7 +6,8 @@
 //
 // The bytes decode into the function, the fit type, the six constraint triples (modes 0, 1,
 // a starting value, or any integer), probe radius, reference point and frame, options, and a
-// point list of up to fuzz_points::kMaxPoints points on a perturbed surface (fuzz_points.h).
+// point list on a perturbed surface (fuzz_points.h): up to fuzz_points::kMaxPoints points, or
+// kMaxPointsMultiStart for the multi-start fits.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -24,6 +25,11 @@ constexpr KFitFunction kFunctions[] = {KFitPoint,  KFitDistance, KFitAngle,     
                                        KFitSphere, KFitSphereEx, KFitCylinder,   KFitCylinderEx,
                                        KFitCone,   KFitEllipse,  KFitParaboloid, KFitTorus};
 constexpr int kFunctionCount = sizeof(kFunctions) / sizeof(kFunctions[0]);
+
+// The fits that minimise from several candidate starts, each over every point.
+bool MultiStart(KFitFunction fit) {
+  return fit == KFitCylinder || fit == KFitCylinderEx || fit == KFitCone || fit == KFitTorus;
+}
 
 KPt3<double> Triple(FuzzedDataProvider& fdp, double lo, double hi) {
   const double x = fuzz_points::Number(fdp, lo, hi);
@@ -84,7 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const KFitFunction fit = kFunctions[fdp.ConsumeIntegralInRange(0, kFunctionCount - 1)];
   CFitInput in;
   DecodeSettings(fdp, in);
-  const std::vector<double> xyz = fuzz_points::DecodePoints(fdp);
+  const std::vector<double> xyz = fuzz_points::DecodePoints(
+      fdp, MultiStart(fit) ? fuzz_points::kMaxPointsMultiStart : fuzz_points::kMaxPoints);
   in.m_points.reserve(xyz.size() / 3);
   for (std::size_t i = 0; i + 2 < xyz.size(); i += 3) {
     in.m_points.emplace_back(xyz[i], xyz[i + 1], xyz[i + 2]);

@@ -10,7 +10,9 @@
 //
 // The bytes decode into the shape (sometimes an unknown one), the method, fixed and start
 // values (names of the shape or not, right or wrong length, ordinary or hostile numbers), the
-// probe radius and up to fuzz_points::kMaxPoints points on a perturbed surface (fuzz_points.h).
+// probe radius and a point list on a perturbed surface (fuzz_points.h): up to
+// fuzz_points::kMaxPoints points, or kMaxPointsMultiStart for the shapes fitted from several
+// starts.
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -41,6 +43,12 @@ metrofit::Method DecodeMethod(FuzzedDataProvider& fdp) {
     return static_cast<metrofit::Method>(fdp.ConsumeIntegral<int>());
   }
   return fdp.ConsumeBool() ? metrofit::Method::kCompatible : metrofit::Method::kPrecise;
+}
+
+// The shapes whose fits (either method) minimise from several candidate starts over every point.
+bool MultiStart(metrofit::Shape shape) {
+  return shape == metrofit::Shape::kCylinder || shape == metrofit::Shape::kCone ||
+         shape == metrofit::Shape::kTorus;
 }
 
 std::size_t ExpectedLength(const std::string& name) {
@@ -147,7 +155,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   options.fixed = DecodeNamed(fdp, names);
   options.start = DecodeNamed(fdp, names);
   options.probe_radius = fdp.ConsumeBool() ? 0.0 : fuzz_points::Number(fdp, -10.0, 10.0);
-  const std::vector<double> xyz = fuzz_points::DecodePoints(fdp);
+  const std::vector<double> xyz = fuzz_points::DecodePoints(
+      fdp, MultiStart(options.shape) ? fuzz_points::kMaxPointsMultiStart : fuzz_points::kMaxPoints);
   const std::size_t count = xyz.size() / 3;
 
   if (std::getenv("METROFIT_FUZZ_VERBOSE") != nullptr) Describe(options, xyz);

@@ -12,9 +12,9 @@ cd "$(dirname "$0")/.."
 
 budget=${1:-60}
 build=${METROFIT_FUZZ_BUILD:-build/fuzz}
-# Seconds one execution may take: the slowest legitimate inputs (KFitTorus on 2500 points: 0.8 s
-# optimised, 20 s under the sanitizers and coverage on a loaded machine) stay well below it; a
-# hang never ends.
+# Seconds one execution may take: the slowest legitimate inputs (a fit of 3000 points, or a
+# multi-start fit of 300: seconds under the sanitizers and coverage on a loaded machine) stay
+# well below it; a hang never ends.
 timeout=${METROFIT_FUZZ_TIMEOUT:-60}
 artifacts=${METROFIT_FUZZ_ARTIFACTS:-$build/artifacts}
 
