@@ -99,6 +99,22 @@ std::string ReadAll(std::istream& in, const std::string& name) {
   return bytes;
 }
 
+// A regular file in one buffer of its size: appending chunks would grow the buffer by copies,
+// each holding the old and the new buffer at once. Pipes and devices are read in chunks.
+std::string ReadFile(std::istream& in, const std::string& path) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) return ReadAll(in, path);
+  const std::uintmax_t size = std::filesystem::file_size(path, ec);
+  if (ec) return ReadAll(in, path);
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  if (in.bad()) throw PointFileError(path + ": read error");
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
+  // A file still being written may have grown since its size was taken.
+  if (bytes.size() == size) bytes += ReadAll(in, path);
+  return bytes;
+}
+
 }  // namespace
 
 PointFormat FormatFromExtension(std::string_view path) {
@@ -206,7 +222,9 @@ PointCloud ReadPoints(const std::string& path, const ReadOptions& options) {
     const std::string reason = saved_errno != 0 ? std::strerror(saved_errno) : "open failed";
     throw PointFileError("cannot open '" + path + "': " + reason);
   }
-  return ReadPoints(in, path, options);
+  // The bytes go before the points are handed on: the caller keeps only the points.
+  const std::string bytes = ReadFile(in, path);
+  return ParsePoints(bytes, path, options);
 }
 
 }  // namespace metrofit::io
