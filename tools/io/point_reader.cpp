@@ -88,9 +88,31 @@ void CheckColumns(const Source& source, PointFormat format, const ReadOptions& o
   }
 }
 
+// The bytes left in a stream that can seek (a file redirected to standard input, a string
+// stream); 0 where it cannot tell (a pipe, a terminal), whose failed seek is forgotten.
+std::size_t RemainingBytes(std::istream& in) {
+  if (!in) return 0;
+  const std::streampos here = in.tellg();
+  if (here == std::streampos(-1)) {
+    in.clear();
+    return 0;
+  }
+  in.seekg(0, std::ios::end);
+  const std::streampos end = in.tellg();
+  in.clear();
+  in.seekg(here);
+  if (!in || end == std::streampos(-1) || end < here) {
+    in.clear();
+    return 0;
+  }
+  return static_cast<std::size_t>(end - here);
+}
+
 std::string ReadAll(std::istream& in, const std::string& name) {
   constexpr std::size_t kChunk = 1 << 16;
   std::string bytes;
+  // Room for what a seekable stream holds, so the chunks do not grow the buffer by copies.
+  bytes.reserve(RemainingBytes(in));
   char chunk[kChunk];
   while (in.read(chunk, kChunk) || in.gcount() > 0) {
     bytes.append(chunk, static_cast<std::size_t>(in.gcount()));

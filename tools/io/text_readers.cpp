@@ -14,9 +14,9 @@ constexpr std::size_t kMinPointLineBytes = 6;
 // PTS lines: x y z, x y z intensity, x y z r g b, x y z intensity r g b.
 constexpr std::size_t kPtsFieldCounts[] = {3, 4, 6, 7};
 
-// The most points `bytes` can hold one a line: its lines long enough for "0 0 0". Reserving
-// that up front spares the copies of a growing array, which hold the old and the new array
-// at once; room a short count leaves unused is never touched.
+// At most one point a line: the lines long enough to hold "0 0 0" bound the points of line
+// text. Reserving that up front spares the copies of a growing array, which hold the old and
+// the new array at once; the room header and comment lines leave unused is never written.
 std::size_t PointLineBound(std::string_view bytes) {
   std::size_t lines = 0;
   std::size_t start = 0;

@@ -172,6 +172,14 @@ TEST(PointFileRead, APipeIsReadInChunksToTheSamePoints) {
   EXPECT_EQ(cloud.xyz, xyz);
 }
 
+TEST(PointFileRead, ASeekableStreamIsReadFromWhereItStands) {
+  const std::vector<double> xyz = CylinderXyz(kManyPoints);
+  const std::string first_line = "1 2 3\n";
+  std::istringstream in(first_line + CarriageReturnText(xyz));
+  in.ignore(static_cast<std::streamsize>(first_line.size()));
+  EXPECT_EQ(ReadPoints(in, "rest.xyz", {}).xyz, xyz);
+}
+
 TEST(PointFileRead, TheToolKeepsThePointsAsRead) {
   const std::vector<double> xyz = CylinderXyz(kManyPoints);
   const TempDir dir;
