@@ -9,9 +9,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
-#include <string>
 #include <vector>
 
 #if defined(__GLIBC__)
@@ -19,49 +16,21 @@
 #endif
 
 #include "bench_data.h"
+#include "heavy_common.h"
 #include "metrofit/fit.h"
 
 namespace {
 
 using bench_data::P;
 
-constexpr double kDefaultPoints = 1e7;
-constexpr double kNoise = 0.001;  // mm: a scanner's micrometre scatter
-constexpr double kRadius = 50.0;
-constexpr double kPlaneSide = 300.0;
-constexpr double kCylinderLength = 120.0;
-constexpr double kMiB = 1024.0 * 1024.0;
-
-std::size_t PointCount() {
-  const char* env = std::getenv("METROFIT_HEAVY_POINTS");
-  const double n = env != nullptr ? std::atof(env) : kDefaultPoints;
-  return static_cast<std::size_t>(n > 0.0 ? n : kDefaultPoints);
-}
-
-// A field of /proc/self/status in kB ("VmRSS", "VmHWM"), or -1.
-double StatusKb(const std::string& field) {
-  std::ifstream status("/proc/self/status");
-  std::string key;
-  double value = -1.0;
-  while (status >> key) {
-    if (key == field + ":") {
-      status >> value;
-      return value;
-    }
-    std::getline(status, key);
-  }
-  return -1.0;
-}
-
-// Makes VmHWM start again from the current resident size. Freed heap memory is handed back
-// first: glibc keeps it resident otherwise, and a later fit reusing it would show no peak.
-void ResetPeak() {
-#if defined(__GLIBC__)
-  malloc_trim(0);
-#endif
-  std::ofstream clear("/proc/self/clear_refs");
-  clear << "5";
-}
+using heavy::kCylinderLength;
+using heavy::kMiB;
+using heavy::kNoise;
+using heavy::kPlaneSide;
+using heavy::kRadius;
+using heavy::PointCount;
+using heavy::ResetPeak;
+using heavy::StatusKb;
 
 void FitHeavy(benchmark::State& state, metrofit::Shape shape, const std::vector<P>& points) {
   static_assert(sizeof(P) == 3 * sizeof(double), "points are packed triples");

@@ -10,6 +10,7 @@
 #include "cli.h"
 #include "html_report.h"
 #include "input.h"
+#include "points_view.h"
 #include "progress.h"
 #include "report.h"
 
@@ -17,16 +18,19 @@ namespace metrofit::cli {
 
 namespace {
 
-// What one FILE gave: its points and the fit.
+// What one FILE gave: its points, as x, y, z triples, and the fit.
 struct FileFit {
   const std::string& file;
-  std::vector<Point> points;
+  std::vector<double> xyz;
   FitResult result;
+
+  std::size_t size() const { return xyz.size() / 3; }
+  PointsView points() const { return PointsView(xyz.data(), size()); }
 };
 
 // The HTML report of a valid fit, written to the --report file.
 void HtmlReport(std::ostream& out, const FileFit& fit, const Options& options) {
-  WriteHtmlReport(out, ReportInput{fit.points, fit.result, fit.file, options.units});
+  WriteHtmlReport(out, ReportInput{fit.points(), fit.result, fit.file, options.units});
 }
 
 // The exit status of a fit that is not valid.
@@ -44,14 +48,18 @@ int NotValidStatus(Status status) {
   }
 }
 
+// The fit of the points as they were read: no copy into Point structs.
+FitResult FitPoints(const FileFit& fit, const Options& options) {
+  return Fit(fit.xyz.empty() ? nullptr : fit.xyz.data(), fit.size(), options.fit);
+}
+
 FitResult FitWithProgress(const FileFit& fit, const Options& options, std::ostream& err,
                           const Environment& environment) {
-  if (!environment.progress) return Fit(fit.points, options.fit);
+  if (!environment.progress) return FitPoints(fit, options);
   ProgressNotice notice(
-      err,
-      "metrofit: fitting " + fit.file + " (" + std::to_string(fit.points.size()) + " points)...",
+      err, "metrofit: fitting " + fit.file + " (" + std::to_string(fit.size()) + " points)...",
       environment.progress_delay);
-  FitResult result = Fit(fit.points, options.fit);
+  FitResult result = FitPoints(fit, options);
   if (notice.Stop()) err << "metrofit: " << fit.file << " done\n";
   return result;
 }
@@ -78,7 +86,7 @@ int WriteOutputFiles(const FileFit& fit, const Options& options, std::ostream& e
   if (!options.deviations.empty() &&
       !WriteFile(
           OutputPath(options.deviations, fit.file),
-          [&](std::ostream& out) { WriteDeviationsCsv(out, fit.points, fit.result); }, err)) {
+          [&](std::ostream& out) { WriteDeviationsCsv(out, fit.points(), fit.result); }, err)) {
     return kExitInternal;
   }
   if (!options.report.empty() &&
@@ -102,13 +110,13 @@ int RunFile(const std::string& file, const Options& options, std::istream& in, s
             std::ostream& err, const Environment& environment, int* tables) {
   FileFit fit{file, {}, {}};
   try {
-    fit.points = ReadInputPoints(file, options.input, in);
+    fit.xyz = ReadInputPoints(file, options.input, in);
   } catch (const ReadError& e) {
     err << "metrofit: " << e.what() << '\n';
     return kExitInput;
   }
   fit.result = FitWithProgress(fit, options, err, environment);
-  const FitReport report{file, fit.points.size(), options.units, options.fit, fit.result};
+  const FitReport report{file, fit.size(), options.units, options.fit, fit.result};
   if (options.json) {
     WriteJson(out, report, options.json_deviations);
   } else if (fit.result.valid) {

@@ -10,15 +10,16 @@
 #include <vector>
 
 #include "metrofit/fit.h"
+#include "points_view.h"
 
 namespace metrofit::cli {
 
-// Holds references, like FitReport: a measurement may have a million points.
+// Holds a reference and a view, like FitReport: a measurement may have millions of points.
 struct ReportInput {
-  const std::vector<Point>& points;  // as fitted, in the caller's order
-  const FitResult& result;           // its deviations follow the order of `points`
-  std::string source;                // the point file as the user named it
-  std::string units = "mm";          // label of the length unit
+  PointsView points;         // as fitted, in the caller's order
+  const FitResult& result;   // its deviations follow the order of `points`
+  std::string source;        // the point file as the user named it
+  std::string units = "mm";  // label of the length unit
 };
 
 // Most points a deviation view draws. Beyond this a page grows slow to open and a sample

@@ -18,14 +18,6 @@ io::ReadOptions ReaderOptions(const InputOptions& options) {
   return read;
 }
 
-std::vector<Point> ToPoints(const io::PointCloud& cloud) {
-  std::vector<Point> points(cloud.size());
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    points[i] = {cloud.xyz[3 * i], cloud.xyz[3 * i + 1], cloud.xyz[3 * i + 2]};
-  }
-  return points;
-}
-
 }  // namespace
 
 const char* const kFormatHelp =
@@ -43,14 +35,14 @@ std::optional<std::vector<int>> ParseColumns(std::string_view text) {
   return io::ParseColumnList(text);
 }
 
-std::vector<Point> ReadInputPoints(const std::string& file, const InputOptions& options,
-                                   std::istream& standard_input) {
+std::vector<double> ReadInputPoints(const std::string& file, const InputOptions& options,
+                                    std::istream& standard_input) {
   const io::ReadOptions read = ReaderOptions(options);
   try {
     if (file == io::kStandardInputPath) {
-      return ToPoints(io::ReadPoints(standard_input, kStandardInputName, read));
+      return io::ReadPoints(standard_input, kStandardInputName, read).xyz;
     }
-    return ToPoints(io::ReadPoints(file, read));
+    return io::ReadPoints(file, read).xyz;
   } catch (const io::PointFileError& e) {
     throw ReadError(e.what());
   }

@@ -38,9 +38,11 @@ std::string CheckInputOptions(const InputOptions& options);
 // "2,3,4": three different 1-based column numbers; nullopt for anything else.
 std::optional<std::vector<int>> ParseColumns(std::string_view text);
 
-// Every point of `file` ("-": `standard_input`), in file order. Throws ReadError.
-std::vector<Point> ReadInputPoints(const std::string& file, const InputOptions& options,
-                                   std::istream& standard_input);
+// Every point of `file` ("-": `standard_input`), in file order, as consecutive x, y, z
+// triples: the layout the reader makes and the fit takes, so the points are held once.
+// Throws ReadError.
+std::vector<double> ReadInputPoints(const std::string& file, const InputOptions& options,
+                                    std::istream& standard_input);
 
 }  // namespace metrofit::cli
 

@@ -184,18 +184,22 @@ void WriteJson(std::ostream& out, const FitReport& report, bool with_points) {
       << '\n';
 }
 
-void WriteDeviationsCsv(std::ostream& out, const std::vector<Point>& points,
-                        const FitResult& result) {
+void WriteDeviationsCsv(std::ostream& out, PointsView points, const FitResult& result) {
   if (result.deviations.size() != points.size()) {
     throw std::logic_error("the fit returned " + std::to_string(result.deviations.size()) +
                            " deviations for " + std::to_string(points.size()) + " points");
   }
   out << "x,y,z,deviation\n";
   for (std::size_t k = 0; k < points.size(); ++k) {
-    const Point& p = points[k];
+    const Point p = points[k];
     out << ExactNumber(p.x) << ',' << ExactNumber(p.y) << ',' << ExactNumber(p.z) << ','
         << ExactNumber(result.deviations[k]) << '\n';
   }
+}
+
+void WriteDeviationsCsv(std::ostream& out, const std::vector<Point>& points,
+                        const FitResult& result) {
+  WriteDeviationsCsv(out, PointsView(points), result);
 }
 
 }  // namespace metrofit::cli

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "metrofit/fit.h"
+#include "points_view.h"
 
 namespace metrofit::cli {
 
@@ -35,6 +36,7 @@ void WriteJson(std::ostream& out, const FitReport& report, bool with_points);
 
 // "x,y,z,deviation" and one row per point, in the order read. The result must hold one
 // deviation per point.
+void WriteDeviationsCsv(std::ostream& out, PointsView points, const FitResult& result);
 void WriteDeviationsCsv(std::ostream& out, const std::vector<Point>& points,
                         const FitResult& result);
 

@@ -102,8 +102,8 @@ struct Drawn {
   std::vector<double> deviations;
 };
 
-Drawn Collect(const FitResult& result, const std::vector<Point>& points,
-              const std::vector<std::size_t>& indices, const Frame& frame) {
+Drawn Collect(const FitResult& result, PointsView points, const std::vector<std::size_t>& indices,
+              const Frame& frame) {
   Drawn drawn;
   for (const std::size_t i : indices) {
     if (i >= points.size() || i >= result.deviations.size()) continue;
@@ -362,7 +362,7 @@ std::vector<View> ShapeViews(const FitResult& r, const Drawn& drawn, const Frame
 
 }  // namespace
 
-std::vector<View> MakeViews(const FitResult& result, const std::vector<Point>& points,
+std::vector<View> MakeViews(const FitResult& result, PointsView points,
                             const std::vector<std::size_t>& indices, const std::string& units) {
   // The sphere has no axis of its own: its map is drawn about the machine's Z.
   const std::optional<Vec> axis =

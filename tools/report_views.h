@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "metrofit/fit.h"
+#include "points_view.h"
 
 namespace metrofit::cli {
 
@@ -39,7 +40,7 @@ struct View {
 
 // The views that suit the result's shape, of the points at `indices`. Points whose deviation
 // or coordinates are not finite are left out. `units` labels lengths.
-std::vector<View> MakeViews(const FitResult& result, const std::vector<Point>& points,
+std::vector<View> MakeViews(const FitResult& result, PointsView points,
                             const std::vector<std::size_t>& indices, const std::string& units);
 
 }  // namespace metrofit::cli

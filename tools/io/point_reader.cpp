@@ -88,14 +88,52 @@ void CheckColumns(const Source& source, PointFormat format, const ReadOptions& o
   }
 }
 
+// The bytes left in a stream that can seek (a file redirected to standard input, a string
+// stream); 0 where it cannot tell (a pipe, a terminal), whose failed seek is forgotten.
+std::size_t RemainingBytes(std::istream& in) {
+  if (!in) return 0;
+  const std::streampos here = in.tellg();
+  if (here == std::streampos(-1)) {
+    in.clear();
+    return 0;
+  }
+  in.seekg(0, std::ios::end);
+  const std::streampos end = in.tellg();
+  in.clear();
+  in.seekg(here);
+  if (!in || end == std::streampos(-1) || end < here) {
+    in.clear();
+    return 0;
+  }
+  return static_cast<std::size_t>(end - here);
+}
+
 std::string ReadAll(std::istream& in, const std::string& name) {
   constexpr std::size_t kChunk = 1 << 16;
   std::string bytes;
+  // Room for what a seekable stream holds, so the chunks do not grow the buffer by copies.
+  bytes.reserve(RemainingBytes(in));
   char chunk[kChunk];
   while (in.read(chunk, kChunk) || in.gcount() > 0) {
     bytes.append(chunk, static_cast<std::size_t>(in.gcount()));
   }
   if (in.bad()) throw PointFileError(name + ": read error");
+  return bytes;
+}
+
+// A regular file in one buffer of its size: appending chunks would grow the buffer by copies,
+// each holding the old and the new buffer at once. Pipes and devices are read in chunks.
+std::string ReadFile(std::istream& in, const std::string& path) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) return ReadAll(in, path);
+  const std::uintmax_t size = std::filesystem::file_size(path, ec);
+  if (ec) return ReadAll(in, path);
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  if (in.bad()) throw PointFileError(path + ": read error");
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
+  // A file still being written may have grown since its size was taken.
+  if (bytes.size() == size) bytes += ReadAll(in, path);
   return bytes;
 }
 
@@ -206,7 +244,9 @@ PointCloud ReadPoints(const std::string& path, const ReadOptions& options) {
     const std::string reason = saved_errno != 0 ? std::strerror(saved_errno) : "open failed";
     throw PointFileError("cannot open '" + path + "': " + reason);
   }
-  return ReadPoints(in, path, options);
+  // The bytes go before the points are handed on: the caller keeps only the points.
+  const std::string bytes = ReadFile(in, path);
+  return ParsePoints(bytes, path, options);
 }
 
 }  // namespace metrofit::io
