@@ -107,6 +107,10 @@ Solution SolveAll(const Request& r, const PointStats& st, const Holds& holds, St
                   int* iterations) {
   const Problem problem = MakeProblem(r, st, holds, stage);
   const AccumulateFn acc = AccumulatorFor(r.shape, stage, r.shortcuts);
+  // Competing starts are judged by their sums, and equivalent solutions (a cone and its mirror
+  // image) tie up to rounding: each start's last step is evaluated as ever, so the same one wins.
+  Problem screen = problem;
+  if (starts.size() > 1) screen.stopBeforeNegligible = false;
   const bool pivotAtApex = r.shape == Shape::kCone && holds.center;
   const double offset = stage == Stage::kCirclePlane ? 0.0 : r.probe_radius;
   const int screening =
@@ -115,7 +119,7 @@ Solution SolveAll(const Request& r, const PointStats& st, const Holds& holds, St
   bool have = false;
   for (const Feature& f : starts) {
     const State s = StateFromFeature(Prepared(r, f, given), st.centroid, offset, pivotAtApex);
-    Solution sol = Minimise(problem, acc, s, screening);
+    Solution sol = Minimise(screen, acc, s, screening);
     *iterations += sol.iterations;
     if (!std::isfinite(sol.sum)) continue;
     if (!have || Better(sol, best)) best = sol;
