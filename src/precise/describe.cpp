@@ -58,7 +58,7 @@ Spread Deviations(const Request& r, const State& s, FitResult& res, Sums* sums) 
   res.residuals.resize(r.count);
   for (std::size_t k = 0; k < r.count; ++k) {
     double q[3], n[3];
-    PrefetchPoint(r.xyz + 3 * (k + kPrefetchPoints));
+    PrefetchAhead(r.xyz, k, r.count);
     ToLocal(s, r.xyz + 3 * k, q);
     const double d = model.Deviation(q, n);
     const Vec3 v = ToWorld(s, n[0], n[1], n[2]) * d;

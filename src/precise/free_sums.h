@@ -101,7 +101,7 @@ double AccumulateFree(const Problem& problem, const State& s, Normal* ne) {
   Sums sums;
   for (std::size_t k = 0; k < problem.count; ++k) {
     double q[3];
-    PrefetchPoint(problem.xyz + 3 * (k + kPrefetchPoints));
+    PrefetchAhead(problem.xyz, k, problem.count);
     ToLocal(s, problem.xyz + 3 * k, q);
     sums.Add(model, q, sizes);
   }

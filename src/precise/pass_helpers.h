@@ -19,12 +19,12 @@ namespace metrofit::precise {
 // arithmetic per point keeps too few loads in flight for memory to keep up on its own.
 constexpr std::size_t kPrefetchPoints = 64;
 
-// A hint only: p may lie past the end of the points (prefetching never faults).
-METROFIT_PRECISE_INLINE void PrefetchPoint(const double* p) {
+// Asks for point k + kPrefetchPoints of the count points at xyz, if there is one: a hint only.
+METROFIT_PRECISE_INLINE void PrefetchAhead(const double* xyz, std::size_t k, std::size_t count) {
 #if defined(__GNUC__)
-  __builtin_prefetch(p);
+  if (k + kPrefetchPoints < count) __builtin_prefetch(xyz + 3 * (k + kPrefetchPoints));
 #else
-  (void)p;
+  (void)xyz, (void)k, (void)count;
 #endif
 }
 

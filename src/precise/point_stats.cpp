@@ -87,7 +87,7 @@ PointStats ComputeStats(const double* xyz, std::size_t count, SpreadRequest spre
   const double o[3] = {xyz[0], xyz[1], xyz[2]};
   double s0 = 0, s1 = 0, s2 = 0, m00 = 0, m01 = 0, m02 = 0, m11 = 0, m12 = 0, m22 = 0;
   for (std::size_t k = 0; k < count; ++k) {
-    PrefetchPoint(xyz + 3 * (k + kPrefetchPoints));
+    PrefetchAhead(xyz, k, count);
     const double d0 = xyz[3 * k] - o[0], d1 = xyz[3 * k + 1] - o[1], d2 = xyz[3 * k + 2] - o[2];
     s0 += d0;
     m00 += d0 * d0;
