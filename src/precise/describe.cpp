@@ -1,6 +1,7 @@
 // Deviations, statistics and uncertainties of a given feature.
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
 #include "precise/free_sums.h"
 #include "precise/models/cone_model.h"
@@ -35,10 +36,7 @@ struct Spread {
 };
 
 // Sums of no pass: the deviations alone.
-struct NoSums {
-  template <class Model>
-  METROFIT_PRECISE_INLINE void Add(const Model&, const double*, double) {}
-};
+struct NoSums {};
 
 // The normal equations of the whole stage at the described state, when the deviations' pass
 // made them on the way.
@@ -48,7 +46,23 @@ struct WholeNormal {
   double sum = 0.0;
 };
 
-// Deviations and residual vectors; sums gets every point's local coordinates as well.
+// The deviation and unit normal of a point: from the model's rows where sums need them anyway
+// (the shift columns of a FreeSums model's one row are minus its normal, see FreeSums).
+template <class Model, class Sums>
+METROFIT_PRECISE_INLINE double DeviationOf(const Model& model, const double q[3], double sizes,
+                                           Sums* sums, double n[3]) {
+  if constexpr (std::is_same_v<Sums, NoSums>) {
+    return model.Deviation(q, n);
+  } else {
+    double d[1], rows[1][kLocalCount];
+    model.Rows(q, d, rows);
+    sums->AddRow(d, rows, q, sizes);
+    for (int i = 0; i < 3; ++i) n[i] = -rows[0][kShiftX + i];
+    return d[0];
+  }
+}
+
+// Deviations and residual vectors; sums gets every point's residual and row as well.
 template <class Model, class Sums>
 Spread Deviations(const Request& r, const State& s, FitResult& res, Sums* sums) {
   const Model model(s);
@@ -60,7 +74,7 @@ Spread Deviations(const Request& r, const State& s, FitResult& res, Sums* sums) 
     double q[3], n[3];
     PrefetchAhead(r.xyz, k, r.count);
     ToLocal(s, r.xyz + 3 * k, q);
-    const double d = model.Deviation(q, n);
+    const double d = DeviationOf(model, q, sizes, sums, n);
     const Vec3 v = ToWorld(s, n[0], n[1], n[2]) * d;
     res.deviations[k] = d;
     res.residuals[k] = {v.x, v.y, v.z};
@@ -68,7 +82,6 @@ Spread Deviations(const Request& r, const State& s, FitResult& res, Sums* sums) 
     // As fmin and fmax (a NaN d leaves them), without their call.
     sp.lo = d < sp.lo ? d : sp.lo;
     sp.hi = d > sp.hi ? d : sp.hi;
-    sums->Add(model, q, sizes);
   }
   return sp;
 }

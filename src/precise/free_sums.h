@@ -3,6 +3,8 @@
 // per-point work is the same as Accumulate's, in the same order, but the row is read at constant
 // indices (the compiler drops the columns that are not free) and the sums live in locals (the
 // normal equations in memory could alias the points, which would keep them out of registers).
+// The models used here have one residual per point, and the shift columns of its row are minus
+// the unit normal their Deviation gives (ChainRow of it): Describe takes both from one Rows.
 #ifndef METROFIT_PRECISE_FREE_SUMS_H
 #define METROFIT_PRECISE_FREE_SUMS_H
 
@@ -59,22 +61,28 @@ struct FreeSums {
   }
 
   METROFIT_PRECISE_INLINE void Add(const Model& model, const double q[3], double sizes) {
-    constexpr int kc = Model::kComponents;
-    double r[kc];
-    double rows[kc][kLocalCount];
+    double r[Model::kComponents];
+    double rows[Model::kComponents][kLocalCount];
     model.Rows(q, r, rows);
-    for (int c = 0; c < kc; ++c) {
+    AddRow(r, rows, q, sizes);
+  }
+
+  // The point's share, from the model's residuals and rows at its local coordinates q.
+  METROFIT_PRECISE_INLINE void AddRow(const double* r, const double (*rows)[kLocalCount],
+                                      const double q[3], double sizes) {
+    for (int c = 0; c < Model::kComponents; ++c) {
       sum += r[c] * r[c];
       roundoff += std::fabs(r[c]) * (std::fabs(q[0]) + std::fabs(q[1]) + std::fabs(q[2]) + sizes);
-      AddRow(rows[c], r[c], std::make_index_sequence<kP>{}, std::make_index_sequence<kTriangle>{});
+      AddProducts(rows[c], r[c], std::make_index_sequence<kP>{},
+                  std::make_index_sequence<kTriangle>{});
     }
   }
 
   // One residual's share of g and of the upper triangle of a, unrolled: with every index a
   // constant the sums stay in registers.
   template <std::size_t... I, std::size_t... T>
-  METROFIT_PRECISE_INLINE void AddRow(const double* row, double r, std::index_sequence<I...>,
-                                      std::index_sequence<T...>) {
+  METROFIT_PRECISE_INLINE void AddProducts(const double* row, double r, std::index_sequence<I...>,
+                                           std::index_sequence<T...>) {
     const double jr[kP] = {row[kIndex[I]]...};
     ((g[I] += jr[I] * r), ...);
     ((a[kEntries.row[T]][kEntries.col[T]] += jr[kEntries.row[T]] * jr[kEntries.col[T]]), ...);
