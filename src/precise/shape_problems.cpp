@@ -13,6 +13,7 @@
 #include "precise/models/sphere_model.h"
 #include "precise/models/spheroid_model.h"
 #include "precise/models/torus_model.h"
+#include "precise/sphere_pairs.h"
 
 namespace metrofit::precise {
 namespace {
@@ -167,7 +168,7 @@ AccumulateFn AccumulatorFor(Shape shape, Stage stage, bool fixedFree) {
     case Shape::kPlane:
       return plane;
     case Shape::kSphere:
-      return fixedFree ? &AccumulateFree<SphereSums> : &Accumulate<SphereModel>;
+      return fixedFree ? &AccumulateSpherePairs : &Accumulate<SphereModel>;
     case Shape::kCylinder:
       return fixedFree ? &AccumulateFree<CylinderSums> : &Accumulate<RadialModel>;
     case Shape::kCircle:

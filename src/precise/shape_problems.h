@@ -44,7 +44,7 @@ Problem MakeProblem(const Request& request, const PointStats& stats, const Holds
                     Stage stage);
 
 // The pass of the shape's model; with fixedFree, the one specialised to the shape's usual free
-// parameters where it has one (the same sums, faster).
+// parameters where it has one (the same sums up to rounding, faster).
 AccumulateFn AccumulatorFor(Shape shape, Stage stage, bool fixedFree = true);
 
 // The solver state of a feature. The cone's pivot is its apex when the apex is held, else the

@@ -117,6 +117,34 @@ TEST(PreciseShortcuts, FreeSumsMatchTheGeneralPass) {
   }
 }
 
+TEST(PreciseShortcuts, SpherePairsTakeAnOddCountAndAPointAtTheCentre) {
+  // The sphere's pass goes two points at a time: a last point without a partner, and a point
+  // at the centre (whose normal is a convention) in the middle of the pairs.
+  const mt::KnownSolution s = Cloud(mt::Shape::kSphere, 17);
+  std::vector<Vec3> points = s.points;
+  const Feature f = NearTruth(Shape::kSphere, s.truth);
+  points[1001] = f.center;
+  points.pop_back();
+  ASSERT_EQ(points.size() % 2, 1u);
+  PointRequest pr(Shape::kSphere, points);
+  const PointStats st = ComputeStats(pr.request.xyz, pr.request.count);
+  const Problem problem = MakeProblem(pr.request, st, Holds{}, Stage::kWhole);
+  const State state = StateFromFeature(f, st.centroid, 0.0, false);
+  Normal fast, full;
+  PrepareNormal(problem, &fast);
+  PrepareNormal(problem, &full);
+  const double sumFast = AccumulatorFor(Shape::kSphere, Stage::kWhole, true)(problem, state, &fast);
+  const double sumFull = Accumulate<SphereModel>(problem, state, &full);
+  ExpectSame(sumFast, sumFull, 0.0, "sum");
+  ExpectSame(fast.noise, full.noise, 0.0, "noise");
+  for (int i = 0; i < full.p; ++i) {
+    ExpectSame(fast.g[i], full.g[i], std::sqrt(full.a[i][i] * sumFull), "g");
+    for (int j = 0; j < full.p; ++j) {
+      ExpectSame(fast.a[i][j], full.a[i][j], std::sqrt(full.a[i][i] * full.a[j][j]), "a");
+    }
+  }
+}
+
 TEST(PreciseShortcuts, SpreadsFromEigenvaluesMatchMeasuredOnes) {
   for (const ShapeCase& sc : kCases) {
     const mt::KnownSolution s = Cloud(sc.generator, 12);
