@@ -12,6 +12,7 @@ namespace {
 
 // Jacobi sweeps over the 3 x 3 matrix; convergence is quadratic, a handful suffice.
 constexpr int kJacobiSweeps = 50;
+// Relative rounding of one operation on doubles.
 constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
 // Bound on the rounding of an eigenvalue of the scatter, per unit of n eps times the sum of the
 // squared offsets from the first point: the sums of n products (n - 1 roundings each), the
