@@ -1,6 +1,7 @@
 #include "modern/request_check.h"
 
 #include <cmath>
+#include <limits>
 #include <sstream>
 
 #include "modern/shape_parameters.h"
@@ -12,6 +13,28 @@ namespace {
 // A direction shorter than this cannot be made unit reliably.
 constexpr double kMinDirectionLength = 1e-12;
 constexpr double kHalfPi = 1.5707963267948966;
+// Coordinates checked together for finiteness before the first bad one is looked for: a whole
+// block has no branch per value, which lets the compiler vectorise the check.
+constexpr std::size_t kFiniteBlock = 1024;
+
+// True when every one of the kFiniteBlock values is finite (|v| <= max fails for inf and NaN).
+bool BlockFinite(const double* v) {
+  bool finite = true;
+  for (std::size_t i = 0; i < kFiniteBlock; ++i) {
+    finite &= std::fabs(v[i]) <= std::numeric_limits<double>::max();
+  }
+  return finite;
+}
+
+// Index of the first non-finite value, or n.
+std::size_t FirstNonFinite(const double* v, std::size_t n) {
+  std::size_t begin = 0;
+  while (n - begin >= kFiniteBlock && BlockFinite(v + begin)) begin += kFiniteBlock;
+  for (std::size_t i = begin; i < n; ++i) {
+    if (!std::isfinite(v[i])) return i;
+  }
+  return n;
+}
 
 CheckedRequest Reject(Status status, const std::string& message) {
   CheckedRequest checked;
@@ -105,13 +128,12 @@ CheckedRequest CheckPoints(const double* xyz, std::size_t count, Shape shape) {
   }
   if (!xyz) return Reject(Status::kInvalidOption, "no point array given");
   static const char* const kAxes[] = {"x", "y", "z"};
-  for (std::size_t i = 0; i < 3 * count; ++i) {
-    if (!std::isfinite(xyz[i])) {
-      std::ostringstream why;
-      why << "point " << i / 3 << " has a non-finite coordinate (" << kAxes[i % 3] << " = "
-          << xyz[i] << ")";
-      return Reject(Status::kNonFinitePoint, why.str());
-    }
+  const std::size_t i = FirstNonFinite(xyz, 3 * count);
+  if (i < 3 * count) {
+    std::ostringstream why;
+    why << "point " << i / 3 << " has a non-finite coordinate (" << kAxes[i % 3] << " = " << xyz[i]
+        << ")";
+    return Reject(Status::kNonFinitePoint, why.str());
   }
   return {};
 }

@@ -1,7 +1,9 @@
 // Deviations, statistics and uncertainties of a given feature.
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
+#include "precise/free_sums.h"
 #include "precise/models/cone_model.h"
 #include "precise/models/ellipse_model.h"
 #include "precise/models/line_model.h"
@@ -33,34 +35,93 @@ struct Spread {
   double hi = -std::numeric_limits<double>::infinity();
 };
 
-template <class Model>
-Spread Deviations(const Request& r, const State& s, FitResult& res) {
+// Sums of no pass: the deviations alone.
+struct NoSums {};
+
+// The normal equations of the whole stage at the described state, when the deviations' pass
+// made them on the way.
+struct WholeNormal {
+  bool made = false;
+  Normal normal;
+  double sum = 0.0;
+};
+
+// The deviation and unit normal of a point: from the model's rows where sums need them anyway
+// (the shift columns of a FreeSums model's one row are minus its normal, see FreeSums).
+template <class Model, class Sums>
+METROFIT_PRECISE_INLINE double DeviationOf(const Model& model, const double q[3], double sizes,
+                                           Sums* sums, double n[3]) {
+  if constexpr (std::is_same_v<Sums, NoSums>) {
+    return model.Deviation(q, n);
+  } else {
+    double d[1], rows[1][kLocalCount];
+    model.Rows(q, d, rows);
+    sums->AddRow(d, rows, q, sizes);
+    for (int i = 0; i < 3; ++i) n[i] = -rows[0][kShiftX + i];
+    return d[0];
+  }
+}
+
+// Deviations and residual vectors; sums gets every point's residual and row as well.
+template <class Model, class Sums>
+Spread Deviations(const Request& r, const State& s, FitResult& res, Sums* sums) {
   const Model model(s);
+  const double sizes = std::fabs(s.size[0]) + std::fabs(s.size[1]) + std::fabs(s.offset);
   Spread sp;
   res.deviations.resize(r.count);
   res.residuals.resize(r.count);
   for (std::size_t k = 0; k < r.count; ++k) {
     double q[3], n[3];
+    PrefetchAhead(r.xyz, k, r.count);
     ToLocal(s, r.xyz + 3 * k, q);
-    const double d = model.Deviation(q, n);
+    const double d = DeviationOf(model, q, sizes, sums, n);
     const Vec3 v = ToWorld(s, n[0], n[1], n[2]) * d;
     res.deviations[k] = d;
     res.residuals[k] = {v.x, v.y, v.z};
     sp.sum += d * d;
-    sp.lo = std::fmin(sp.lo, d);
-    sp.hi = std::fmax(sp.hi, d);
+    // As fmin and fmax (a NaN d leaves them), without their call.
+    sp.lo = d < sp.lo ? d : sp.lo;
+    sp.hi = d > sp.hi ? d : sp.hi;
   }
   return sp;
 }
 
-Spread DeviationsOf(const Request& r, const State& s, FitResult& res) {
+template <class Model>
+Spread Deviations(const Request& r, const State& s, FitResult& res) {
+  NoSums none;
+  return Deviations<Model>(r, s, res, &none);
+}
+
+// The deviations, with the whole stage's normal equations in the same pass when Sums' free
+// parameters are the stage's.
+template <class Sums>
+Spread DeviationsAndSums(const Request& r, const PointStats& st, const State& s, FitResult& res,
+                         WholeNormal* whole) {
+  using Model = typename Sums::ModelType;
+  if (whole != nullptr) {
+    PrepareNormal(MakeProblem(r, st, HoldsOf(r), Stage::kWhole), &whole->normal);
+    if (Sums::Matches(whole->normal)) {
+      Sums sums;
+      const Spread sp = Deviations<Model>(r, s, res, &sums);
+      whole->sum = sums.Store(&whole->normal);
+      whole->made = true;
+      return sp;
+    }
+  }
+  return Deviations<Model>(r, s, res);
+}
+
+Spread DeviationsOf(const Request& r, const PointStats& st, const State& s, FitResult& res,
+                    WholeNormal* whole) {
   switch (r.shape) {
     case Shape::kLine:
       return Deviations<LineModel>(r, s, res);
     case Shape::kPlane:
-      return Deviations<PlaneModel>(r, s, res);
+      return DeviationsAndSums<PlaneSums>(r, st, s, res, whole);
     case Shape::kSphere:
-      return Deviations<SphereModel>(r, s, res);
+      return DeviationsAndSums<SphereSums>(r, st, s, res, whole);
+    case Shape::kCylinder:
+      return DeviationsAndSums<CylinderSums>(r, st, s, res, whole);
     case Shape::kCone:
       return Deviations<ConeModel>(r, s, res);
     case Shape::kTorus:
@@ -111,14 +172,20 @@ void FillGeometry(const Feature& f, FitResult& res) {
 // Adds sigma^2 G C G^T (diagonal) of one stage to var: G the central differences of the report
 // map over the free local parameters, C the cofactor matrix. Returns the stage's sum of squares
 // and free-parameter count through sum and p; false when the normal matrix is singular.
+// A stage whose normal equations the deviations' pass made (known) takes them from there.
 bool AddStageVariance(const Request& r, const PointStats& st, const State& s, Stage stage,
-                      double var[kReportCount], double* sum, int* p) {
+                      const WholeNormal* known, double var[kReportCount], double* sum, int* p) {
   const Problem problem = MakeProblem(r, st, HoldsOf(r), stage);
-  const AccumulateFn accumulate = AccumulatorFor(r.shape, stage);
+  const AccumulateFn accumulate = AccumulatorFor(r.shape, stage, r.shortcuts);
   if (accumulate == nullptr) return false;  // no model of the shape: nothing to propagate
   Normal ne;
-  PrepareNormal(problem, &ne);
-  *sum = accumulate(problem, s, &ne);
+  if (known != nullptr && known->made) {
+    ne = known->normal;
+    *sum = known->sum;
+  } else {
+    PrepareNormal(problem, &ne);
+    *sum = accumulate(problem, s, &ne);
+  }
   *p = ne.p;
   if (ne.p == 0) return true;
   double c[kLocalCount][kLocalCount];
@@ -168,15 +235,20 @@ void FillParameters(const Request& r, const Feature& f, const double var[kReport
 }  // namespace
 
 void Describe(const Request& request, const Feature& feature, FitResult& result) {
+  Describe(request, feature, ComputeStats(request.xyz, request.count), result);
+}
+
+void Describe(const Request& request, const Feature& feature, const PointStats& st,
+              FitResult& result) {
   Request r = request;
   if (r.shape == Shape::kLine) r.probe_radius = 0.0;
-  const PointStats st = ComputeStats(r.xyz, r.count);
   Feature f = feature;
   f.shape = r.shape;
   const bool pivotAtApex = r.shape == Shape::kCone && HoldsOf(r).center;
   const State s = StateFromFeature(f, st.centroid, r.probe_radius, pivotAtApex);
   FillGeometry(f, result);
-  const Spread sp = DeviationsOf(r, s, result);
+  WholeNormal whole;
+  const Spread sp = DeviationsOf(r, st, s, result, r.shortcuts ? &whole : nullptr);
   const double n = static_cast<double>(r.count);
   result.rms = std::sqrt(sp.sum / n);
   result.min_deviation = sp.lo;
@@ -190,9 +262,9 @@ void Describe(const Request& request, const Feature& feature, FitResult& result)
   if (InPlane(r.shape)) {
     State plane = s;
     plane.offset = 0.0;
-    determined = AddStageVariance(r, st, plane, Stage::kCirclePlane, var, &sum, &p);
+    determined = AddStageVariance(r, st, plane, Stage::kCirclePlane, nullptr, var, &sum, &p);
   }
-  determined = AddStageVariance(r, st, s, Stage::kWhole, var, &sum, &p) && determined;
+  determined = AddStageVariance(r, st, s, Stage::kWhole, &whole, var, &sum, &p) && determined;
   const double m = Observations(r);
   result.sigma = m > p ? std::sqrt(sp.sum / (m - p)) : 0.0;
   result.parameters.clear();

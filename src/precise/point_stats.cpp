@@ -2,13 +2,27 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
+
+#include "precise/pass_helpers.h"
 
 namespace metrofit::precise {
 namespace {
 
 // Jacobi sweeps over the 3 x 3 matrix; convergence is quadratic, a handful suffice.
 constexpr int kJacobiSweeps = 50;
+// Relative rounding of one operation on doubles.
+constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
+// Bound on the rounding of an eigenvalue of the scatter, per unit of n eps times the sum of the
+// squared offsets from the first point: the sums of n products (n - 1 roundings each), the
+// subtraction of the mean, and the 3 x 3 norm.
+constexpr double kScatterRoundoff = 3.0;
+// Extra roundings beyond the n of the sums: the mean's subtraction and the Jacobi rotations.
+constexpr double kScatterSlack = 8.0;
+// An eigenvalue this many times its rounding bound gives a spread to a few per cent, plenty for
+// the degeneracy tests (which ask for a spread above 1e-9 of the scale).
+constexpr double kClearOfRounding = 16.0;
 
 // Distances from the principal line and plane, point by point.
 void MeasureSpreads(const double* xyz, std::size_t count, PointStats* st) {
@@ -67,19 +81,28 @@ void SymmetricEigen3(const double m[3][3], double value[3], Vec3 vector[3]) {
   }
 }
 
-PointStats ComputeStats(const double* xyz, std::size_t count, bool spreads) {
+PointStats ComputeStats(const double* xyz, std::size_t count, SpreadRequest spreads) {
   PointStats st;
   // One pass of sums about the first point: near the data, so the centred scatter loses
-  // nothing to the distance of the data from the origin.
+  // nothing to the distance of the data from the origin. The sums are locals, in registers.
   const double o[3] = {xyz[0], xyz[1], xyz[2]};
-  double s[3] = {0, 0, 0}, m[3][3] = {};
+  double s0 = 0, s1 = 0, s2 = 0, m00 = 0, m01 = 0, m02 = 0, m11 = 0, m12 = 0, m22 = 0;
   for (std::size_t k = 0; k < count; ++k) {
-    const double d[3] = {xyz[3 * k] - o[0], xyz[3 * k + 1] - o[1], xyz[3 * k + 2] - o[2]};
-    for (int i = 0; i < 3; ++i) {
-      s[i] += d[i];
-      for (int j = i; j < 3; ++j) m[i][j] += d[i] * d[j];
-    }
+    PrefetchAhead(xyz, k, count);
+    const double d0 = xyz[3 * k] - o[0], d1 = xyz[3 * k + 1] - o[1], d2 = xyz[3 * k + 2] - o[2];
+    s0 += d0;
+    m00 += d0 * d0;
+    m01 += d0 * d1;
+    m02 += d0 * d2;
+    s1 += d1;
+    m11 += d1 * d1;
+    m12 += d1 * d2;
+    s2 += d2;
+    m22 += d2 * d2;
   }
+  const double s[3] = {s0, s1, s2};
+  double m[3][3] = {{m00, m01, m02}, {0.0, m11, m12}, {0.0, 0.0, m22}};
+  const double offsets = m00 + m11 + m22;
   const double n = static_cast<double>(count);
   const double mean[3] = {s[0] / n, s[1] / n, s[2] / n};
   st.centroid = Vec3(o[0] + mean[0], o[1] + mean[1], o[2] + mean[2]);
@@ -91,7 +114,20 @@ PointStats ComputeStats(const double* xyz, std::size_t count, bool spreads) {
   m[2][1] = m[1][2];
   SymmetricEigen3(m, st.eigenvalue, st.direction);
   st.scale = std::sqrt(std::max(0.0, (m[0][0] + m[1][1] + m[2][2]) / n));
-  if (spreads) MeasureSpreads(xyz, count, &st);
+  if (spreads.line || spreads.plane) {
+    const double rounding = kScatterRoundoff * (n + kScatterSlack) * kEpsilon * offsets;
+    const double line = st.eigenvalue[0] + st.eigenvalue[1], plane = st.eigenvalue[0];
+    const bool clear = (!spreads.line || line >= kClearOfRounding * rounding) &&
+                       (!spreads.plane || plane >= kClearOfRounding * rounding);
+    if (clear && !spreads.alwaysMeasure) {
+      st.lineSpread = spreads.line ? std::sqrt(line / n) : 0.0;
+      st.planeSpread = spreads.plane ? std::sqrt(plane / n) : 0.0;
+    } else {
+      MeasureSpreads(xyz, count, &st);
+      if (!spreads.line) st.lineSpread = 0.0;
+      if (!spreads.plane) st.planeSpread = 0.0;
+    }
+  }
   return st;
 }
 

@@ -15,15 +15,24 @@ struct PointStats {
   double eigenvalue[3] = {0.0, 0.0, 0.0};
   Vec3 direction[3];
   double scale = 0.0;  // root mean square distance from the centroid
-  // Root mean square distances from the principal line and from the principal plane, measured
-  // point by point (the small eigenvalues themselves carry the rounding of the large one);
-  // measured only on request.
+  // Root mean square distances from the principal line and from the principal plane, only
+  // where asked for (else 0): from the eigenvalues when these stand well clear of the rounding
+  // of the sums, else measured point by point (a small eigenvalue carries the rounding of the
+  // large one).
   double lineSpread = 0.0;
   double planeSpread = 0.0;
 };
 
-// Centroid, principal directions and scale in one pass; the spreads (a second pass) on request.
-PointStats ComputeStats(const double* xyz, std::size_t count, bool spreads = false);
+// The spreads ComputeStats is to give.
+struct SpreadRequest {
+  bool line = false;
+  bool plane = false;
+  bool alwaysMeasure = false;  // measure even where the eigenvalues would do (to compare)
+};
+
+// Centroid, principal directions and scale in one pass; the spreads asked for, measured in a
+// second pass where the eigenvalues cannot give them.
+PointStats ComputeStats(const double* xyz, std::size_t count, SpreadRequest spreads = {});
 
 // Eigen decomposition of a symmetric 3 x 3 matrix by Jacobi rotations, eigenvalues ascending.
 void SymmetricEigen3(const double m[3][3], double value[3], Vec3 vector[3]);

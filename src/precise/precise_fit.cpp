@@ -106,7 +106,11 @@ Solution SolveAll(const Request& r, const PointStats& st, const Holds& holds, St
                   const std::vector<Feature>& starts, const Vec3* given, int maxIterations,
                   int* iterations) {
   const Problem problem = MakeProblem(r, st, holds, stage);
-  const AccumulateFn acc = AccumulatorFor(r.shape, stage);
+  const AccumulateFn acc = AccumulatorFor(r.shape, stage, r.shortcuts);
+  // Competing starts are judged by their sums, and equivalent solutions (a cone and its mirror
+  // image) tie up to rounding: each start's last step is evaluated as ever, so the same one wins.
+  Problem screen = problem;
+  if (starts.size() > 1) screen.stopBeforeNegligible = false;
   const bool pivotAtApex = r.shape == Shape::kCone && holds.center;
   const double offset = stage == Stage::kCirclePlane ? 0.0 : r.probe_radius;
   const int screening =
@@ -115,7 +119,7 @@ Solution SolveAll(const Request& r, const PointStats& st, const Holds& holds, St
   bool have = false;
   for (const Feature& f : starts) {
     const State s = StateFromFeature(Prepared(r, f, given), st.centroid, offset, pivotAtApex);
-    Solution sol = Minimise(problem, acc, s, screening);
+    Solution sol = Minimise(screen, acc, s, screening);
     *iterations += sol.iterations;
     if (!std::isfinite(sol.sum)) continue;
     if (!have || Better(sol, best)) best = sol;
@@ -268,7 +272,11 @@ FitResult FitPreciseLimited(const Request& request, int maxIterations) {
         std::string("the precise ") + ToString(request.shape) + " fit is not available";
     return result;
   }
-  const PointStats st = ComputeStats(request.xyz, request.count, true);
+  SpreadRequest spreads;
+  spreads.line = request.shape != Shape::kLine;
+  spreads.plane = NeedsVolume(request.shape);
+  spreads.alwaysMeasure = !request.shortcuts;
+  const PointStats st = ComputeStats(request.xyz, request.count, spreads);
   const std::string degenerate = Degeneracy(request.shape, st);
   if (!degenerate.empty()) {
     result.status = Status::kDegenerate;
@@ -280,7 +288,11 @@ FitResult FitPreciseLimited(const Request& request, int maxIterations) {
   result.message = out.message;
   result.iterations = out.iterations;
   if (out.status == Status::kFailed) return result;
-  Describe(request, out.feature, result);
+  if (request.shortcuts) {
+    Describe(request, out.feature, st, result);
+  } else {
+    Describe(request, out.feature, result);
+  }
   result.valid = out.status == Status::kOk;
   return result;
 }

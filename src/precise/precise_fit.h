@@ -22,6 +22,9 @@ struct Request {
   std::vector<NamedValue> fixed;
   std::vector<NamedValue> start;
   double probe_radius = 0.0;
+  // Off only to compare: the fit without the shortcuts that save passes over the points
+  // (specialised sums, statistics computed once, no evaluation of a negligible last step).
+  bool shortcuts = true;
 };
 
 // A fitted feature in the caller's coordinates.
@@ -42,6 +45,11 @@ FitResult FitPrecise(const Request& request);
 // residuals, statistics and uncertainties from the points (fixed parameters of the request
 // get zero uncertainty). Leaves status, valid, message and iterations alone.
 void Describe(const Request& request, const Feature& feature, FitResult& result);
+
+struct PointStats;
+// The same with the statistics of the request's points (ComputeStats) already at hand.
+void Describe(const Request& request, const Feature& feature, const PointStats& stats,
+              FitResult& result);
 
 }  // namespace metrofit::precise
 

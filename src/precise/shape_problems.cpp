@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "precise/free_sums.h"
 #include "precise/models/cone_model.h"
 #include "precise/models/ellipse_model.h"
 #include "precise/models/line_model.h"
@@ -12,6 +13,7 @@
 #include "precise/models/sphere_model.h"
 #include "precise/models/spheroid_model.h"
 #include "precise/models/torus_model.h"
+#include "precise/sphere_pairs.h"
 
 namespace metrofit::precise {
 namespace {
@@ -100,6 +102,7 @@ Problem MakeProblem(const Request& request, const PointStats& stats, const Holds
   p.xyz = request.xyz;
   p.count = request.count;
   p.centroid = stats.centroid;
+  p.stopBeforeNegligible = request.shortcuts;
   p.scale = stats.scale > kTinyScale ? stats.scale : 1.0;
   p.weight[kTurnX] = p.weight[kTurnY] = p.weight[kTurnZ] = p.scale;
   const bool c = !holds.center, a = !holds.axis;
@@ -156,17 +159,19 @@ Problem MakeProblem(const Request& request, const PointStats& stats, const Holds
   return p;
 }
 
-AccumulateFn AccumulatorFor(Shape shape, Stage stage) {
-  if (stage == Stage::kCirclePlane) return &Accumulate<PlaneModel>;
+AccumulateFn AccumulatorFor(Shape shape, Stage stage, bool fixedFree) {
+  const AccumulateFn plane = fixedFree ? &AccumulateFree<PlaneSums> : &Accumulate<PlaneModel>;
+  if (stage == Stage::kCirclePlane) return plane;
   switch (shape) {
     case Shape::kLine:
       return &Accumulate<LineModel>;
     case Shape::kPlane:
-      return &Accumulate<PlaneModel>;
+      return plane;
     case Shape::kSphere:
-      return &Accumulate<SphereModel>;
-    case Shape::kCircle:
+      return fixedFree ? &AccumulateSpherePairs : &Accumulate<SphereModel>;
     case Shape::kCylinder:
+      return fixedFree ? &AccumulateFree<CylinderSums> : &Accumulate<RadialModel>;
+    case Shape::kCircle:
       return &Accumulate<RadialModel>;
     case Shape::kCone:
       return &Accumulate<ConeModel>;

@@ -43,7 +43,9 @@ void ApplyNamed(const std::vector<NamedValue>& list, Feature* feature);
 Problem MakeProblem(const Request& request, const PointStats& stats, const Holds& holds,
                     Stage stage);
 
-AccumulateFn AccumulatorFor(Shape shape, Stage stage);
+// The pass of the shape's model; with fixedFree, the one specialised to the shape's usual free
+// parameters where it has one (the same sums up to rounding, faster).
+AccumulateFn AccumulatorFor(Shape shape, Stage stage, bool fixedFree = true);
 
 // The solver state of a feature. The cone's pivot is its apex when the apex is held, else the
 // foot of the centroid on the axis.

@@ -155,9 +155,13 @@ Solution Minimise(const Problem& problem, AccumulateFn accumulate, const State& 
     double full[kLocalCount] = {};
     for (int i = 0; i < sol.normal.p; ++i) full[sol.normal.index[i]] = x[i];
     const bool negligible = Negligible(problem, sol.normal, x);
+    const bool nearGaussNewton = lambda <= kGaussNewtonDamping;
+    if (negligible && nearGaussNewton && problem.stopBeforeNegligible) {
+      sol.converged = true;
+      break;
+    }
     const State next = Step(problem, sol.state, full);
     const double sum = accumulate(problem, next, &trial);
-    const bool nearGaussNewton = lambda <= kGaussNewtonDamping;
     // A step whose predicted and actual changes are both below the rounding of the sums: the
     // sum of squares cannot judge it, the linear model can.
     const double noise = std::fmax(sol.normal.noise, trial.noise);

@@ -32,6 +32,9 @@ struct Problem {
   // Length per unit of each local parameter (1 for lengths, scale for angles): makes steps
   // comparable for the convergence test.
   double weight[kLocalCount] = {1, 1, 1, 1, 1, 1, 1, 1};
+  // Stop on a negligible Gauss-Newton step without evaluating it: accepted or not, it ends the
+  // iteration, and it moves nothing a double holds about the feature. Off only to compare.
+  bool stopBeforeNegligible = true;
 };
 
 // J^T J and J^T r over the free parameters, in the order of their local indices.

@@ -172,6 +172,7 @@ bool TubeCylinder(const Request& r, const PointStats& st, State* tube) {
   rc.shape = Shape::kCylinder;
   rc.xyz = r.xyz;
   rc.count = r.count;
+  rc.shortcuts = r.shortcuts;
   std::vector<Feature> starts;
   // The principal axes suffice for a tube; the binary interface's cylinder is the costly one.
   CylinderStarts(rc, st, nullptr, false, &starts);
@@ -179,8 +180,9 @@ bool TubeCylinder(const Request& r, const PointStats& st, State* tube) {
   bool found = false;
   double best = 0.0;
   for (const Feature& f : starts) {
-    const Solution sol = Minimise(problem, AccumulatorFor(Shape::kCylinder, Stage::kWhole),
-                                  StateFromFeature(f, st.centroid, 0.0, false), kTubeIterations);
+    const Solution sol =
+        Minimise(problem, AccumulatorFor(Shape::kCylinder, Stage::kWhole, r.shortcuts),
+                 StateFromFeature(f, st.centroid, 0.0, false), kTubeIterations);
     if (std::isfinite(sol.sum) && (!found || sol.sum < best)) {
       *tube = sol.state;
       best = sol.sum;
