@@ -212,6 +212,15 @@ std::string Undetermined(Shape shape) {
          " (singular normal equations at the solution)";
 }
 
+bool UncertaintiesFinite(const FitResult& result) {
+  for (const Parameter& p : result.parameters) {
+    for (double u : p.uncertainty) {
+      if (!std::isfinite(u)) return false;
+    }
+  }
+  return true;
+}
+
 Outcome FitShape(const Request& r, const PointStats& st, int maxIterations) {
   Outcome out;
   const Holds holds = HoldsOf(r);
@@ -293,7 +302,14 @@ FitResult FitPreciseLimited(const Request& request, int maxIterations) {
   } else {
     Describe(request, out.feature, result);
   }
-  result.valid = out.status == Status::kOk;
+  // The solver judged the normal equations at its last iterate; at the reported feature they
+  // may still be singular (a torus on a short, almost straight arc): an uncertainty without
+  // bound means a parameter the points do not fix.
+  if (result.status == Status::kOk && !UncertaintiesFinite(result)) {
+    result.status = Status::kDegenerate;
+    result.message = Undetermined(request.shape);
+  }
+  result.valid = result.status == Status::kOk;
   return result;
 }
 

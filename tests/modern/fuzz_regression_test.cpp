@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
+#include <string>
 #include <vector>
 
 #include "metrofit/fit.h"
@@ -84,6 +86,26 @@ TEST(FuzzRegression, CompatibleParaboloidAndSpheroidAreDescribed) {
       for (double d : result.deviations) EXPECT_TRUE(std::isfinite(d)) << ToString(shape);
     }
   }
+}
+
+// fuzz_modern, crash-249cc871: 218 points of a torus 2e-4 mm across, 2000 mm out, so nearly
+// straight that the normal equations at the reported torus are singular, though the solver's
+// last iterate passed its rank test: the fit said ok with infinite uncertainties. An
+// undetermined parameter makes the fit degenerate, never valid.
+TEST(FuzzRegression, PreciseTorusWithAnUndeterminedParameterIsDegenerate) {
+  std::ifstream file(std::string(METROFIT_TEST_DATA_DIR) + "/torus_on_a_short_straight_arc.xyz");
+  ASSERT_TRUE(file.good());
+  std::vector<Point> points;
+  Point p;
+  while (file >> p.x >> p.y >> p.z) points.push_back(p);
+  ASSERT_EQ(points.size(), 218u);
+  FitOptions options;
+  options.shape = Shape::kTorus;
+  options.method = Method::kPrecise;
+  const FitResult result = metrofit::Fit(points, options);
+  EXPECT_FALSE(result.valid);
+  EXPECT_EQ(result.status, Status::kDegenerate) << result.message;
+  EXPECT_NE(result.message.find("do not determine"), std::string::npos) << result.message;
 }
 
 }  // namespace
