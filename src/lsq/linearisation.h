@@ -4,13 +4,7 @@
 #ifndef METROFIT_LSQ_LINEARISATION_H
 #define METROFIT_LSQ_LINEARISATION_H
 
-// The per-point pieces of every model and of the engine's passes are small and called once per
-// point in the engine's loops: always inlined, so that the loop holds no call.
-#if defined(__GNUC__)
-#define METROFIT_ALWAYS_INLINE inline __attribute__((always_inline))
-#else
-#define METROFIT_ALWAYS_INLINE inline
-#endif
+#include "numeric/lanes.h"
 
 namespace metrofit {
 
@@ -19,7 +13,8 @@ constexpr double kCoordinateSigma = 1.0;
 // Cofactor of one coordinate, Q = kCofactor I: 1e-6 / sigma^2.
 constexpr double kCofactor = 1e-6 / (kCoordinateSigma * kCoordinateSigma);
 
-// T is double for one point, DoublePair (lsq/lanes.h) for two side by side.
+// T is double for one point, DoublePair or DoubleQuad (numeric/lanes.h) for two or four side
+// by side.
 template <int m, int n, class T = double>
 struct Linearisation {
   static constexpr int kConditions = m;

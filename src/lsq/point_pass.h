@@ -10,6 +10,9 @@
 // iteration of ill-conditioned fits (and of which start wins a multi-start fit).
 // Nothing here allocates, calls through a pointer or computes trigonometry per point: the
 // shape's frame (sines and cosines of the angles, the rotation) is made once per pass.
+// Points are evaluated two at a time (pairs of doubles, every x86-64 processor) or, where the
+// processor has AVX2, four at a time; each lane does the scalar operations, so both paths give
+// the same bits (numeric/vector_path.h).
 #ifndef METROFIT_LSQ_POINT_PASS_H
 #define METROFIT_LSQ_POINT_PASS_H
 
@@ -21,6 +24,7 @@
 #include "lsq/probe_compensation.h"
 #include "lsq/shape.h"
 #include "numeric/lanes.h"
+#include "numeric/vector_path.h"
 
 namespace metrofit {
 
@@ -32,12 +36,31 @@ inline bool PivotPasses(double p) {
 inline bool PivotPasses(const DoublePair& p) {
   return PivotPasses(p[0]) && PivotPasses(p[1]);
 }
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+METROFIT_ALWAYS_INLINE bool PivotPasses(const DoubleQuad& p) {
+  return PivotPasses(p[0]) && PivotPasses(p[1]) && PivotPasses(p[2]) && PivotPasses(p[3]);
+}
+#endif
+
+// The lanes of one vector type: how many points it holds, and a value in each of them.
+template <class V>
+struct LaneTraits;
+template <>
+struct LaneTraits<DoublePair> {
+  static constexpr int kLanes = 2;
+};
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+template <>
+struct LaneTraits<DoubleQuad> {
+  static constexpr int kLanes = 4;
+};
+#endif
 
 // Gauss-Jordan inversion in place without pivoting, exactly the steps of mInvertMatrix on a
-// fixed-size array of one matrix (T = double) or two side by side (T = DoublePair). A pivot
+// fixed-size array of one matrix (T = double) or several side by side (T = lanes). A pivot
 // that fails the test ends the sweep and returns false, the matrix left partly transformed:
 // the engine carries on with a single matrix as it stands (as with every singular system),
-// and takes a pair apart to treat each matrix alone.
+// and takes lanes apart to treat each matrix alone.
 template <int m, class T>
 METROFIT_ALWAYS_INLINE bool SweepInPlace(T (&a)[m][m]) {
   METROFIT_UNROLL
@@ -146,66 +169,76 @@ METROFIT_ALWAYS_INLINE KPt3<double> Residual(const double (&B)[m][3], const doub
   return KPt3<double>(v[0], v[1], v[2]);
 }
 
-// The sums of one pass, N and u held as pairs of adjacent entries. Per point, in the order of
-// the row-pointer kernels:
+// The sums of one pass, N and u held as groups of adjacent entries in lanes V (pairs, or
+// quads on the AVX2 path). Per point, in the order of the row-pointer kernels:
 //   AtM[a][j] = sum_k A[k][a] M[k][j],   N[a][b] += sum_k AtM[a][k] A[k][b],
 //   u[a] += sum_k AtM[a][k] w[k].
-template <int m, int n>
-struct PairSums {
-  static constexpr int kPairs = (n + 1) / 2;  // an odd row gets a zero partner
-  DoublePair N[n][kPairs];
-  DoublePair u[kPairs];
+// Each entry is summed over the points in the same order on either path.
+template <int m, int n, class V>
+struct LaneSums {
+  static constexpr int L = LaneTraits<V>::kLanes;
+  static constexpr int kGroups = (n + L - 1) / L;  // a short last group is padded with zeros
+  V N[n][kGroups];
+  V u[kGroups];
   double objective = 0.0;
 
-  PairSums() {
+  LaneSums() {
     for (auto& row : N)
-      for (auto& v : row) v = Splat(0.0);
-    for (auto& v : u) v = Splat(0.0);
+      for (auto& v : row) v = Filled<V>(0.0);
+    for (auto& v : u) v = Filled<V>(0.0);
   }
 
   METROFIT_ALWAYS_INLINE void Add(const double (&A)[m][n], const double (&M)[m][m],
                                   const double (&w)[m]) {
-    DoublePair Ap[m][kPairs];
+    V Ag[m][kGroups];
     METROFIT_UNROLL
     for (int k = 0; k < m; ++k) METROFIT_UNROLL
-    for (int p = 0; p < kPairs; ++p) {
-      Ap[k][p] = MakePair(A[k][2 * p], 2 * p + 1 < n ? A[k][2 * p + 1] : 0.0);
-    }
-    DoublePair AtM[kPairs][m];
+    for (int g = 0; g < kGroups; ++g) Ag[k][g] = Group(A[k], L * g);
+    V AtM[kGroups][m];
     METROFIT_UNROLL
-    for (int p = 0; p < kPairs; ++p) METROFIT_UNROLL
+    for (int g = 0; g < kGroups; ++g) METROFIT_UNROLL
     for (int j = 0; j < m; ++j) {
-      DoublePair s = Ap[0][p] * Splat(M[0][j]);
+      V s = Ag[0][g] * Filled<V>(M[0][j]);
       METROFIT_UNROLL
-      for (int k = 1; k < m; ++k) s = s + Ap[k][p] * Splat(M[k][j]);
-      AtM[p][j] = s;
+      for (int k = 1; k < m; ++k) s = s + Ag[k][g] * Filled<V>(M[k][j]);
+      AtM[g][j] = s;
     }
     METROFIT_UNROLL
     for (int a = 0; a < n; ++a) {
-      DoublePair coefficient[m];
+      V coefficient[m];
       METROFIT_UNROLL
-      for (int k = 0; k < m; ++k) coefficient[k] = Splat(AtM[a / 2][k][a % 2]);
+      for (int k = 0; k < m; ++k) coefficient[k] = Filled<V>(AtM[a / L][k][a % L]);
       METROFIT_UNROLL
-      for (int p = 0; p < kPairs; ++p) {
-        DoublePair s = coefficient[0] * Ap[0][p];
+      for (int g = 0; g < kGroups; ++g) {
+        V s = coefficient[0] * Ag[0][g];
         METROFIT_UNROLL
-        for (int k = 1; k < m; ++k) s = s + coefficient[k] * Ap[k][p];
-        N[a][p] += s;
+        for (int k = 1; k < m; ++k) s = s + coefficient[k] * Ag[k][g];
+        N[a][g] += s;
       }
     }
     METROFIT_UNROLL
-    for (int p = 0; p < kPairs; ++p) {
-      DoublePair s = AtM[p][0] * Splat(w[0]);
+    for (int g = 0; g < kGroups; ++g) {
+      V s = AtM[g][0] * Filled<V>(w[0]);
       METROFIT_UNROLL
-      for (int k = 1; k < m; ++k) s = s + AtM[p][k] * Splat(w[k]);
-      u[p] += s;
+      for (int k = 1; k < m; ++k) s = s + AtM[g][k] * Filled<V>(w[k]);
+      u[g] += s;
     }
   }
 
-  void Store(NormalSums& sums) const {
+  // Entries [at, at + L) of a row, zeros past its end.
+  static METROFIT_ALWAYS_INLINE V Group(const double (&row)[n], int at) {
+    const auto entry = [&row](int j) { return j < n ? row[j] : 0.0; };
+    if constexpr (L == 2) {
+      return MakePair(entry(at), entry(at + 1));
+    } else {
+      return V{entry(at), entry(at + 1), entry(at + 2), entry(at + 3)};
+    }
+  }
+
+  METROFIT_ALWAYS_INLINE void Store(NormalSums& sums) const {
     for (int a = 0; a < n; ++a) {
-      for (int b = 0; b < n; ++b) sums.N[a][b] = N[a][b / 2][b % 2];
-      sums.u[a] = u[a / 2][a % 2];
+      for (int b = 0; b < n; ++b) sums.N[a][b] = N[a][b / L][b % L];
+      sums.u[a] = u[a / L][a % L];
     }
     sums.objective = objective;
   }
@@ -230,46 +263,17 @@ struct PointPass {
   using Lin = Linearisation<m, n>;
 
   static void Accumulate(PassContext& ctx, NormalSums& sums) {
-    const typename Shape::Frame frame(ctx.res);
-    PairSums<m, n> acc;
-    const std::size_t count = ctx.in.m_points.size();
-    Block block;
-    for (std::size_t first = 0; first < count; first += kBlockSize) {
-      const int size = static_cast<int>(count - first < kBlockSize ? count - first : kBlockSize);
-      block.Linearise(ctx, frame, first, size);
-      for (int i = 0; i < size; ++i) {
-        const Lin& lin = block.lin[i];
-        const auto& M = block.M[i];
-        if (ctx.noRedundancy) {
-          acc.objective = kNoRedundancyVarianceFactor;
-        } else {
-          acc.objective += WeightedSquare(lin.w, M);
-        }
-        acc.Add(lin.A, M, lin.w);
-      }
-    }
-    acc.Store(sums);
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+    if (numeric::ActiveVectorPath() == numeric::VectorPath::kAvx2) return AccumulateAvx2(ctx, sums);
+#endif
+    AccumulateOn<DoublePair>(ctx, sums);
   }
 
   static ResidualSums Residuals(PassContext& ctx) {
-    const typename Shape::Frame frame(ctx.res);
-    const std::size_t count = ctx.in.m_points.size();
-    auto& out = ctx.res.m_deviations;
-    // One growth of the caller's list for the whole pass, none per point.
-    out.reserve(out.size() + count);
-    ResidualSums sums;
-    Block block;
-    for (std::size_t first = 0; first < count; first += kBlockSize) {
-      const int size = static_cast<int>(count - first < kBlockSize ? count - first : kBlockSize);
-      block.Linearise(ctx, frame, first, size);
-      for (int i = 0; i < size; ++i) {
-        const KPt3<double> v = Residual(block.lin[i].B, block.M[i], block.lin[i].w);
-        sums.Add(v);
-        out.push_back(v);
-      }
-    }
-    sums.Finish();
-    return sums;
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+    if (numeric::ActiveVectorPath() == numeric::VectorPath::kAvx2) return ResidualsAvx2(ctx);
+#endif
+    return ResidualsOn<DoublePair>(ctx);
   }
 
   // The model at one point into row-pointer matrices (the diagonal of Q, B, A, w).
@@ -289,65 +293,153 @@ struct PointPass {
   }
 
  private:
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+  // The same passes with the processor's AVX2: the inlined model and sums take its wider
+  // instructions; nothing else differs.
+  __attribute__((target("avx2"))) static void AccumulateAvx2(PassContext& ctx, NormalSums& sums) {
+    AccumulateOn<DoubleQuad>(ctx, sums);
+  }
+  __attribute__((target("avx2"))) static ResidualSums ResidualsAvx2(PassContext& ctx) {
+    return ResidualsOn<DoubleQuad>(ctx);
+  }
+#endif
+
+  template <class V>
+  static METROFIT_ALWAYS_INLINE void AccumulateOn(PassContext& ctx, NormalSums& sums) {
+    const typename Shape::Frame frame(ctx.res);
+    LaneSums<m, n, V> acc;
+    const std::size_t count = ctx.in.m_points.size();
+    Block block;
+    for (std::size_t first = 0; first < count; first += kBlockSize) {
+      const int size = static_cast<int>(count - first < kBlockSize ? count - first : kBlockSize);
+      block.template Linearise<V>(ctx, frame, first, size);
+      for (int i = 0; i < size; ++i) {
+        const Lin& lin = block.lin[i];
+        const auto& M = block.M[i];
+        if (ctx.noRedundancy) {
+          acc.objective = kNoRedundancyVarianceFactor;
+        } else {
+          acc.objective += WeightedSquare(lin.w, M);
+        }
+        acc.Add(lin.A, M, lin.w);
+      }
+    }
+    acc.Store(sums);
+  }
+
+  template <class V>
+  static METROFIT_ALWAYS_INLINE ResidualSums ResidualsOn(PassContext& ctx) {
+    const typename Shape::Frame frame(ctx.res);
+    const std::size_t count = ctx.in.m_points.size();
+    auto& out = ctx.res.m_deviations;
+    // One growth of the caller's list for the whole pass, none per point.
+    out.reserve(out.size() + count);
+    ResidualSums sums;
+    Block block;
+    for (std::size_t first = 0; first < count; first += kBlockSize) {
+      const int size = static_cast<int>(count - first < kBlockSize ? count - first : kBlockSize);
+      block.template Linearise<V>(ctx, frame, first, size);
+      for (int i = 0; i < size; ++i) {
+        const KPt3<double> v = Residual(block.lin[i].B, block.M[i], block.lin[i].w);
+        sums.Add(v);
+        out.push_back(v);
+      }
+    }
+    sums.Finish();
+    return sums;
+  }
+
   // Points linearised ahead of the sums: the evaluations of a block are independent of each
   // other, so their square roots and divisions overlap instead of waiting on one another.
   static constexpr std::size_t kBlockSize = 64;
+  static constexpr std::ptrdiff_t kCacheLine = 64;  // bytes the processor fetches at once
   struct Block {
     Lin lin[kBlockSize];
     double M[kBlockSize][m][m];
-    void Linearise(const PassContext& ctx, const typename Shape::Frame& frame, std::size_t first,
-                   int size) {
-      // Two points side by side, the last one of an odd block alone.
+
+    // Points [first, first + size) in groups of V's lanes, the few left over one at a time.
+    template <class V>
+    METROFIT_ALWAYS_INLINE void Linearise(const PassContext& ctx,
+                                          const typename Shape::Frame& frame, std::size_t first,
+                                          int size) {
+      constexpr int L = LaneTraits<V>::kLanes;
+      PrefetchNextBlock(ctx, first + kBlockSize);
       int i = 0;
-      for (; i + 1 < size; i += 2) {
-        const std::size_t at = first + static_cast<std::size_t>(i);
-        Linearisation<m, n, DoublePair> two;
-        Shape::Evaluate(frame, ToVec3(ModelPoint<Shape>(ctx, at), ModelPoint<Shape>(ctx, at + 1)),
-                        two);
-        Unpack(two, 0, lin[i]);
-        Unpack(two, 1, lin[i + 1]);
-        if (!WeighPair(two.B, i)) {
-          Weigh(i);
-          Weigh(i + 1);
+      for (; i + L <= size; i += L) {
+        Linearisation<m, n, V> group;
+        Shape::Evaluate(frame, Gather<V>(ctx, first + static_cast<std::size_t>(i)), group);
+        METROFIT_UNROLL
+        for (int l = 0; l < L; ++l) Unpack(group, l, lin[i + l]);
+        if (!WeighLanes(group.B, i)) {
+          METROFIT_UNROLL
+          for (int l = 0; l < L; ++l) Weigh(i + l);
         }
       }
-      if (i < size) {
+      for (; i < size; ++i) {
         Shape::Evaluate(frame, ToVec3(ModelPoint<Shape>(ctx, first + static_cast<std::size_t>(i))),
                         lin[i]);
         Weigh(i);
       }
     }
 
+    template <class V>
+    static METROFIT_ALWAYS_INLINE Vec3<V> Gather(const PassContext& ctx, std::size_t at) {
+      if constexpr (LaneTraits<V>::kLanes == 2) {
+        return ToVec3(ModelPoint<Shape>(ctx, at), ModelPoint<Shape>(ctx, at + 1));
+      } else {
+        return ToVec3(ModelPoint<Shape>(ctx, at), ModelPoint<Shape>(ctx, at + 1),
+                      ModelPoint<Shape>(ctx, at + 2), ModelPoint<Shape>(ctx, at + 3));
+      }
+    }
+
+    // Asks for the next block's points while this one is computed: on lists larger than the
+    // caches, waiting on the loads of the points otherwise takes a third of the pass.
+    static METROFIT_ALWAYS_INLINE void PrefetchNextBlock(const PassContext& ctx, std::size_t next) {
+#if defined(__GNUC__)
+      const std::size_t count = ctx.in.m_points.size();
+      if (next >= count) return;
+      const std::size_t end = next + kBlockSize < count ? next + kBlockSize : count;
+      const char* from = reinterpret_cast<const char*>(ctx.in.m_points.data() + next);
+      const char* to = reinterpret_cast<const char*>(ctx.in.m_points.data() + end);
+      for (; from < to; from += kCacheLine) __builtin_prefetch(from);
+#else
+      (void)ctx;
+      (void)next;
+#endif
+    }
+
     // M^-1 of point i alone.
     METROFIT_ALWAYS_INLINE void Weigh(int i) {
       // Formed and inverted in registers, stored once: reading back part of a just-stored
-      // pair stalls the store forwarding.
+      // vector stalls the store forwarding.
       double local[m][m];
       PointWeight<m>(lin[i].B, local);
       InvertInPlace<m>(local);
       Store(local, M[i]);
     }
 
-    // M^-1 of points i and i + 1 together; false where either needs the careful path (a
-    // non-finite B or a failing pivot), which the caller then takes for each alone.
-    METROFIT_ALWAYS_INLINE bool WeighPair(const DoublePair (&B)[m][3], int i) {
-      DoublePair check = Splat(0.0);
+    // M^-1 of the points from i on, one per lane, together; false where any needs the careful
+    // path (a non-finite B or a failing pivot), which the caller then takes for each alone.
+    template <class V>
+    METROFIT_ALWAYS_INLINE bool WeighLanes(const V (&B)[m][3], int i) {
+      constexpr int L = LaneTraits<V>::kLanes;
+      V check = Filled<V>(0.0);
       METROFIT_UNROLL
       for (int k = 0; k < m; ++k) check = check + (B[k][0] + B[k][1] + B[k][2]);
-      if (!(std::isfinite(check[0]) && std::isfinite(check[1]))) return false;
-      DoublePair pair[m][m];
+      METROFIT_UNROLL
+      for (int l = 0; l < L; ++l)
+        if (!std::isfinite(check[l])) return false;
+      V lanes[m][m];
       METROFIT_UNROLL
       for (int k = 0; k < m; ++k) METROFIT_UNROLL
-      for (int l = 0; l < m; ++l)
-        pair[k][l] = (B[k][0] * kCofactor) * B[l][0] + (B[k][1] * kCofactor) * B[l][1] +
-                     (B[k][2] * kCofactor) * B[l][2];
-      if (!SweepInPlace<m>(pair)) return false;
+      for (int c = 0; c < m; ++c)
+        lanes[k][c] = (B[k][0] * kCofactor) * B[c][0] + (B[k][1] * kCofactor) * B[c][1] +
+                      (B[k][2] * kCofactor) * B[c][2];
+      if (!SweepInPlace<m>(lanes)) return false;
       METROFIT_UNROLL
+      for (int l = 0; l < L; ++l) METROFIT_UNROLL
       for (int k = 0; k < m; ++k) METROFIT_UNROLL
-      for (int l = 0; l < m; ++l) {
-        M[i][k][l] = pair[k][l][0];
-        M[i + 1][k][l] = pair[k][l][1];
-      }
+      for (int c = 0; c < m; ++c) M[i + l][k][c] = lanes[k][c][l];
       return true;
     }
 
@@ -357,15 +449,16 @@ struct PointPass {
       for (int l = 0; l < m; ++l) to[k][l] = from[k][l];
     }
 
-    static METROFIT_ALWAYS_INLINE void Unpack(const Linearisation<m, n, DoublePair>& two, int lane,
+    template <class V>
+    static METROFIT_ALWAYS_INLINE void Unpack(const Linearisation<m, n, V>& group, int lane,
                                               Lin& one) {
       METROFIT_UNROLL
       for (int k = 0; k < m; ++k) {
         METROFIT_UNROLL
-        for (int j = 0; j < 3; ++j) one.B[k][j] = two.B[k][j][lane];
+        for (int j = 0; j < 3; ++j) one.B[k][j] = group.B[k][j][lane];
         METROFIT_UNROLL
-        for (int j = 0; j < n; ++j) one.A[k][j] = two.A[k][j][lane];
-        one.w[k] = two.w[k][lane];
+        for (int j = 0; j < n; ++j) one.A[k][j] = group.A[k][j][lane];
+        one.w[k] = group.w[k][lane];
       }
     }
   };

@@ -16,6 +16,15 @@
 #include <emmintrin.h>
 #endif
 
+// Small per-point pieces (models, lanes, sums) are always inlined: a call per point would cost
+// more than the piece, and inlined into a kernel built for wider vectors they take its
+// instructions.
+#if defined(__GNUC__)
+#define METROFIT_ALWAYS_INLINE inline __attribute__((always_inline))
+#else
+#define METROFIT_ALWAYS_INLINE inline
+#endif
+
 // Loops over small sizes fixed at compile time (a shape's parameters, a block row): unrolled,
 // their values stay in registers instead of memory.
 #if defined(__GNUC__) && !defined(__clang__)
@@ -90,6 +99,26 @@ inline DoublePair Sqrt(DoublePair v) {
 #endif
 }
 
+#if defined(__GNUC__) && defined(__x86_64__)
+// Four points side by side, for the kernels that run where the processor has AVX2
+// (numeric/vector_path.h). Only code built for that target computes on them; elsewhere they
+// are never evaluated.
+#define METROFIT_HAS_DOUBLE_QUAD 1
+typedef double DoubleQuad __attribute__((vector_size(32)));
+
+template <>
+METROFIT_ALWAYS_INLINE DoubleQuad Filled<DoubleQuad>(double v) {
+  return DoubleQuad{v, v, v, v};
+}
+
+// Two square roots of pairs: an SSE2 instruction that also runs inside an AVX2 kernel.
+METROFIT_ALWAYS_INLINE DoubleQuad Sqrt(DoubleQuad v) {
+  const DoublePair low = Sqrt(MakePair(v[0], v[1]));
+  const DoublePair high = Sqrt(MakePair(v[2], v[3]));
+  return DoubleQuad{low[0], low[1], high[0], high[1]};
+}
+#endif
+
 inline double Lane(double v, int) {
   return v;
 }
@@ -125,6 +154,14 @@ inline Vec3<DoublePair> ToVec3(const KPt3<double>& p, const KPt3<double>& q) {
   return Vec3<DoublePair>(MakePair(p.x, q.x), MakePair(p.y, q.y), MakePair(p.z, q.z));
 }
 
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+METROFIT_ALWAYS_INLINE Vec3<DoubleQuad> ToVec3(const KPt3<double>& p0, const KPt3<double>& p1,
+                                               const KPt3<double>& p2, const KPt3<double>& p3) {
+  return Vec3<DoubleQuad>(DoubleQuad{p0.x, p1.x, p2.x, p3.x}, DoubleQuad{p0.y, p1.y, p2.y, p3.y},
+                          DoubleQuad{p0.z, p1.z, p2.z, p3.z});
+}
+#endif
+
 // p - c for a point p of lanes and a fixed point c.
 template <class T>
 inline Vec3<T> Minus(const Vec3<T>& p, const KPt3<double>& c) {
@@ -148,6 +185,13 @@ template <>
 inline Vec3<DoublePair> Broadcast<DoublePair>(const KPt3<double>& e) {
   return Vec3<DoublePair>(Splat(e.x), Splat(e.y), Splat(e.z));
 }
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+template <>
+METROFIT_ALWAYS_INLINE Vec3<DoubleQuad> Broadcast<DoubleQuad>(const KPt3<double>& e) {
+  return Vec3<DoubleQuad>(Filled<DoubleQuad>(e.x), Filled<DoubleQuad>(e.y),
+                          Filled<DoubleQuad>(e.z));
+}
+#endif
 
 }  // namespace metrofit
 
