@@ -190,6 +190,15 @@ struct LaneSums {
 
   METROFIT_ALWAYS_INLINE void Add(const double (&A)[m][n], const double (&M)[m][m],
                                   const double (&w)[m]) {
+    AddRows<0, n, true>(A, M, w);
+  }
+
+  // Rows [first, last) of N, and u when asked: a pass over a block adds N a few rows at a
+  // time (each entry still summed point after point), so that the running sums stay in
+  // registers.
+  template <int first, int last, bool withU>
+  METROFIT_ALWAYS_INLINE void AddRows(const double (&A)[m][n], const double (&M)[m][m],
+                                      const double (&w)[m]) {
     V Ag[m][kGroups];
     METROFIT_UNROLL
     for (int k = 0; k < m; ++k) METROFIT_UNROLL
@@ -204,7 +213,7 @@ struct LaneSums {
       AtM[g][j] = s;
     }
     METROFIT_UNROLL
-    for (int a = 0; a < n; ++a) {
+    for (int a = first; a < last; ++a) {
       V coefficient[m];
       METROFIT_UNROLL
       for (int k = 0; k < m; ++k) coefficient[k] = Filled<V>(AtM[a / L][k][a % L]);
@@ -216,6 +225,7 @@ struct LaneSums {
         N[a][g] += s;
       }
     }
+    if constexpr (!withU) return;
     METROFIT_UNROLL
     for (int g = 0; g < kGroups; ++g) {
       V s = AtM[g][0] * Filled<V>(w[0]);
@@ -321,10 +331,23 @@ struct PointPass {
         } else {
           acc.objective += WeightedSquare(lin.w, M);
         }
-        acc.Add(lin.A, M, lin.w);
       }
+      AddBlockRows<V, 0>(acc, block, size);
     }
     acc.Store(sums);
+  }
+
+  // Rows of N added per sweep over a block's points: with three rows (six quads of sums for a
+  // cylinder) the running sums stay in registers; all rows at once spill them, and every point
+  // then waits on a store and a load of each.
+  static constexpr int kRowsPerSweep = 3;
+  template <class V, int first, class Points>
+  static METROFIT_ALWAYS_INLINE void AddBlockRows(LaneSums<m, n, V>& acc, const Points& block,
+                                                  int size) {
+    constexpr int last = first + kRowsPerSweep < n ? first + kRowsPerSweep : n;
+    for (int i = 0; i < size; ++i)
+      acc.template AddRows<first, last, last == n>(block.lin[i].A, block.M[i], block.lin[i].w);
+    if constexpr (last < n) AddBlockRows<V, last>(acc, block, size);
   }
 
   template <class V>
