@@ -5,6 +5,11 @@
 // The caller's input is used as the working input of every candidate run, so it ends holding
 // the state of the last candidate fitted; callers may rely on that.
 //
+// Deviations. A candidate's run appends one residual vector per point to its own result, but
+// no candidate's list ever reaches the caller: assigning a result keeps the target's own list
+// (records.h), so `out` keeps the list it came with. Each candidate's list is therefore freed as
+// soon as its run ends, and the fit holds one list at a time instead of eighteen.
+//
 // Axis point. The cylinder iteration keeps its axis point at the foot of the perpendicular from
 // the input's reference point. The candidates run with the reference point at the centroid
 // (below); the winner's axis point is then moved along its axis to the foot of the
@@ -44,20 +49,22 @@ KPt3<double> Centroid(const std::vector<KPt3<double>>& pts) {
   return c * (1.0 / static_cast<double>(pts.size()));
 }
 
-struct Extent {
-  double rhoMax = -kSentinel, rhoMin = kSentinel;
-  double zMax = -kSentinel, zMin = kSentinel;
-};
+// Distance of p from the line through c along a (b = c + a).
+inline double RadialDistance(const KPt3<double>& c, const KPt3<double>& a, const KPt3<double>& b,
+                             const KPt3<double>& p) {
+  const double t = LineParameter(c, b, p);
+  return (c + a * t - p).Length();
+}
 
-// Radial and axial extent of the points about the line through c along a.
+}  // namespace
+
 Extent ExtentAbout(const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
                    const KPt3<double>& a) {
   Extent e;
   const KPt3<double> b = c + a;
   const double a2 = a.Dot(a);
   for (const auto& p : pts) {
-    const double t = LineParameter(c, b, p);
-    const double rho = (c + a * t - p).Length();
+    const double rho = RadialDistance(c, a, b, p);
     const double z = a2 > kTinyLength ? (p - c).Dot(a) / a2 : 0.0;
     e.rhoMax = std::fmax(e.rhoMax, rho);
     e.rhoMin = std::fmin(e.rhoMin, rho);
@@ -67,17 +74,31 @@ Extent ExtentAbout(const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
   return e;
 }
 
-}  // namespace
+// A distance is never -0, so the comparison keeps what fmax keeps, and a NaN distance leaves
+// the maximum as it was, as in fmax.
+double LargestRadialDistance(const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
+                             const KPt3<double>& a) {
+  double largest = -kSentinel;
+  const KPt3<double> b = c + a;
+  for (const auto& p : pts) {
+    const double rho = RadialDistance(c, a, b, p);
+    if (rho > largest) largest = rho;
+  }
+  return largest;
+}
 
 void SetSizeStart(int fitType, const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
                   CFitInput& cand) {
-  const Extent e = ExtentAbout(pts, c, cand.m_axisParam.value);
+  // A cylinder needs only the largest distance, and nothing when its radius is fixed.
   if (fitType == FIT_CYLINDER) {
     if (cand.m_size1Param.mode[0] != 1) {
-      cand.m_size1Param.value.x = e.rhoMax;
+      cand.m_size1Param.value.x = LargestRadialDistance(pts, c, cand.m_axisParam.value);
       cand.m_size1Param.mode[0] = kStartMode;
     }
-  } else if (std::fabs(e.rhoMax - e.rhoMin) > kMinRadialSpread) {
+    return;
+  }
+  const Extent e = ExtentAbout(pts, c, cand.m_axisParam.value);
+  if (std::fabs(e.rhoMax - e.rhoMin) > kMinRadialSpread) {
     cand.m_size2Param.value.z = (e.zMax - e.zMin) / (e.rhoMax - e.rhoMin);
     cand.m_size2Param.mode[2] = kStartMode;
   }
@@ -120,12 +141,17 @@ void SetAxes(int fitType, CFitInput& in, const KPt3<double>& centroid, Candidate
       DirectionToAngles(axes.axis[k], &a1, &a2);
       cand.m_angleParam.value = KPt3<double>(a1, a2, 0.0);
     }
-    if (skip[k]) cand.m_fitType = kSkippedFitType;
+    // A skipped candidate is never fitted: its size start would never be read.
+    if (skip[k]) {
+      cand.m_fitType = kSkippedFitType;
+      continue;
+    }
     SetSizeStart(fitType, in.m_points, centroid, cand);
   }
 }
 
-void RunCandidates(int fitType, CFitInput& in, Candidates& c, CandidateTrace* trace) {
+void RunCandidates(int fitType, CFitInput& in, Candidates& c, CandidateLists lists,
+                   CandidateTrace* trace) {
   for (int k = 0; k < kCandidateCount; ++k) {
     if (trace != nullptr) trace->skipped[k] = c.in[k].m_fitType == kSkippedFitType;
     if (c.in[k].m_fitType == kSkippedFitType) continue;
@@ -134,6 +160,7 @@ void RunCandidates(int fitType, CFitInput& in, Candidates& c, CandidateTrace* tr
     if (fitType == FIT_CONE) RefineCone(in, c.out[k]);
     if (c.out[k].m_valid == 0) RunLeastSquaresDriver(in, c.out[k]);
     c.in[k] = in;
+    if (lists == CandidateLists::kFreed) std::vector<KPt3<double>>().swap(c.out[k].m_deviations);
     if (trace != nullptr) trace->fitted[k] = true;
   }
 }
@@ -187,7 +214,8 @@ int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<
   return chosen < 0 ? kFallbackCandidate : chosen;
 }
 
-double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateTrace* trace) {
+double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateTrace* trace,
+                         CandidateLists lists) {
   if (in.m_points.size() < static_cast<std::size_t>(kMinPoints)) return 0.0;
   const KPt3<double> c = Centroid(in.m_points);
   in.m_centerParam.value = c;
@@ -202,7 +230,7 @@ double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateT
   in.m_refPoint = c;
   Candidates cand = MakeCandidates(fitType, in, out);
   SetAxes(fitType, in, c, cand);
-  RunCandidates(fitType, in, cand, trace);
+  RunCandidates(fitType, in, cand, lists, trace);
   in.m_refPoint = callerRef;
   const int chosen = ChooseCandidate(fitType, cand.out, c);
   if (trace != nullptr) trace->chosen = chosen;

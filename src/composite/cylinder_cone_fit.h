@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "composite/candidate_axes.h"
+#include "core/constants.h"
 #include "metrofit.h"
 
 namespace metrofit {
@@ -22,13 +23,31 @@ struct CandidateTrace {
 // best candidate into `out`; a cylinder's axis point is the foot of the perpendicular from the
 // caller's m_refPoint, a cone's centre its apex. Returns the chosen form error, or 0.0 for
 // fewer than 5 points.
+// What happens to each candidate's deviation list once its run ends. None reaches the caller
+// (a result assigned keeps its own list), so the fit frees them (kFreed); kKept holds all
+// eighteen until the fit returns, the plain computation that tests compare against.
+enum class CandidateLists { kFreed, kKept };
+
 double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out,
-                         CandidateTrace* trace = nullptr);
+                         CandidateTrace* trace = nullptr,
+                         CandidateLists lists = CandidateLists::kFreed);
 
 // What KFitCylinder does (it only forwards here), for fits inside the library that build on
 // it: stamps the fit type, runs FitCylinderOrCone, clears the message and returns m_valid; an
 // exception becomes m_valid = 0 and a return of 0.
 std::int32_t FitCylinderInternal(CFitInput& in, CFitResult& out) noexcept;
+
+// Radial and axial extent of the points about the line through c along a.
+struct Extent {
+  double rhoMax = -kSentinel, rhoMin = kSentinel;
+  double zMax = -kSentinel, zMin = kSentinel;
+};
+Extent ExtentAbout(const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
+                   const KPt3<double>& a);
+
+// ExtentAbout(...).rhoMax alone, bit for bit, without the three other extents.
+double LargestRadialDistance(const std::vector<KPt3<double>>& pts, const KPt3<double>& c,
+                             const KPt3<double>& a);
 
 // Size start of one candidate about its axis through the centroid c: the largest radial
 // distance as the cylinder radius (unless the radius is fixed), or the axial over the radial

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <random>
 #include <vector>
 
 #include "composite/candidate_axes.h"
@@ -122,6 +124,27 @@ TEST(CylinderConeFit, ConeWithoutRadialSpreadKeepsPreviousSlopeStart) {
   SetSizeStart(FIT_CONE, pts, {0, 0, 0}, cand);
   EXPECT_EQ(cand.m_size2Param.mode[2], 2);
   EXPECT_GT(cand.m_size2Param.value.z, 0.0);
+}
+
+// The cylinder's size start computes the largest radial distance alone; it must be the rhoMax
+// of the full extent bit for bit, also with a point on the axis and a NaN point in the list.
+TEST(CylinderConeFit, LargestRadialDistanceIsTheFullExtentsLargestBitForBit) {
+  std::mt19937_64 rng(20261125);
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  for (int trial = 0; trial < 50; ++trial) {
+    const KPt3<double> c(500.0 + 100.0 * u(rng), -300.0 + 100.0 * u(rng), 200.0 * u(rng));
+    KPt3<double> a(u(rng), u(rng), u(rng));
+    if (trial % 2 == 0) a = a * (1.0 / a.Length());  // unit and non-unit axes
+    std::vector<KPt3<double>> pts;
+    for (int i = 0; i < 200; ++i)
+      pts.push_back(c + KPt3<double>(u(rng), u(rng), u(rng)) * (10.0 + 40.0 * (trial % 5)));
+    if (trial % 3 == 0) pts[7] = c + a * 2.5;  // on the axis: distance 0
+    if (trial % 7 == 0) pts[11].y = std::nan("");
+    const double full = ExtentAbout(pts, c, a).rhoMax;
+    const double alone = LargestRadialDistance(pts, c, a);
+    EXPECT_EQ(std::memcmp(&full, &alone, sizeof full), 0)
+        << trial << ": " << full << " vs " << alone;
+  }
 }
 
 TEST(CylinderConeFit, CylinderRadiusStartIsLargestRadialDistanceUnlessFixed) {

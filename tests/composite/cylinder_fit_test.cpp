@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -120,6 +121,79 @@ TEST(CylinderFit, ResultGetsNoDeviationVectors) {
     EXPECT_GT(out.m_rms, 0.0);
     EXPECT_GT(out.m_iterations, 0);
     EXPECT_GT(out.m_maxDeviation, 0.0);
+  }
+}
+
+// Bitwise equality of every field a fit writes into the caller's result.
+void ExpectSameResult(const CFitResult& a, const CFitResult& b) {
+  const auto same = [](double x, double y) {
+    return std::memcmp(&x, &y, sizeof x) == 0 || (std::isnan(x) && std::isnan(y));
+  };
+  const auto samePoint = [&](const Pt& p, const Pt& q) {
+    return same(p.x, q.x) && same(p.y, q.y) && same(p.z, q.z);
+  };
+  EXPECT_TRUE(samePoint(a.m_center, b.m_center));
+  EXPECT_TRUE(samePoint(a.m_axis, b.m_axis));
+  EXPECT_TRUE(samePoint(a.m_angles, b.m_angles));
+  EXPECT_TRUE(samePoint(a.m_size1, b.m_size1));
+  EXPECT_TRUE(samePoint(a.m_size2, b.m_size2));
+  EXPECT_TRUE(samePoint(a.m_size3, b.m_size3));
+  for (auto field :
+       {&CFitResult::m_sigma, &CFitResult::m_rms, &CFitResult::m_formError,
+        &CFitResult::m_minDeviation, &CFitResult::m_maxDeviation, &CFitResult::m_objective})
+    EXPECT_TRUE(same(a.*field, b.*field)) << a.*field << " vs " << b.*field;
+  EXPECT_EQ(a.m_iterations, b.m_iterations);
+  EXPECT_EQ(a.m_valid, b.m_valid);
+  EXPECT_EQ(a.m_message, b.m_message);
+  ASSERT_EQ(a.m_deviations.size(), b.m_deviations.size());
+  for (std::size_t i = 0; i < a.m_deviations.size(); ++i)
+    EXPECT_TRUE(samePoint(a.m_deviations[i], b.m_deviations[i])) << i;
+}
+
+// No candidate's deviation list reaches the caller, so the fit frees each as its run ends.
+// Against the plain computation that keeps all eighteen: the same result to the last bit, the
+// same choice, the same input left behind; on a full and a partial cylinder and a cone, tilted
+// and far from the origin, into a fresh result and into one holding an earlier fit's list.
+TEST(CylinderFit, FreeingEachCandidatesListChangesNothing) {
+  struct Case {
+    Shape shape;
+    double arc;
+  };
+  for (const Case& c : {Case{Shape::kCylinder, 6.283185307179586},
+                        Case{Shape::kCylinder, 2.0943951023931957}, Case{Shape::kCone, 4.0}}) {
+    GeneratorOptions o;
+    o.pointCount = 300;
+    o.noiseMicrometres = 5.0;
+    o.centreOffset = 500.0;
+    o.axisTilt = 0.7;
+    o.arcSpan = c.arc;
+    o.radius = 25.0;
+    o.halfAngle = 0.4;
+    o.seed = 41;
+    const KnownSolution s = testing::GenerateKnownSolution(c.shape, o);
+    const int type = c.shape == Shape::kCone ? FIT_CONE : FIT_CYLINDER;
+    for (bool fresh : {true, false}) {
+      SCOPED_TRACE(::testing::Message() << "type " << type << ", arc " << c.arc
+                                        << (fresh ? ", fresh result" : ", earlier result"));
+      CFitInput in[2];
+      CFitResult out[2];
+      CandidateTrace trace[2];
+      const CandidateLists lists[2] = {CandidateLists::kKept, CandidateLists::kFreed};
+      for (int k = 0; k < 2; ++k) {
+        in[k].m_points = s.points;
+        in[k].m_fitType = type;
+        if (!fresh) out[k].m_deviations = {Pt(1, 2, 3), Pt(4, 5, 6)};
+        FitCylinderOrCone(type, in[k], out[k], &trace[k], lists[k]);
+      }
+      EXPECT_EQ(out[0].m_valid, 1);
+      ExpectSameResult(out[0], out[1]);
+      EXPECT_EQ(trace[0].chosen, trace[1].chosen);
+      EXPECT_EQ(trace[0].fitted, trace[1].fitted);
+      EXPECT_EQ(in[0].m_fitType, in[1].m_fitType);
+      EXPECT_EQ(in[0].m_size1Param.value, in[1].m_size1Param.value);
+      EXPECT_EQ(in[0].m_axisParam.value, in[1].m_axisParam.value);
+      EXPECT_EQ(in[0].m_points, in[1].m_points);
+    }
   }
 }
 
