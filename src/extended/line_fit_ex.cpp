@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <limits>
+#include <vector>
 
 #include "core/form_error.h"
 #include "extended/extended_status.h"
@@ -29,14 +30,37 @@ constexpr double kCoincidentSpread = 2.220446049250313e-15;
 
 }  // namespace
 
-ExtendedStatus FitLineEx(double* record, std::int32_t n, const double* points, double* distances) {
-  // Both copies are centred on the same centroid; the decomposition overwrites the second.
-  numeric::UniquePointSet first;
-  if (numeric::CentredCopy(n, points, record, true, first) != NumericStatus::kOk) {
-    return ExtendedStatus::kResourceFailure;
+// The running sum of distances never decreases, nor does its quotient by the count, so once a
+// partial sum's quotient reaches the bound the answer is no, whatever follows (a NaN distance
+// included): the scan stops there, checking after each stretch of points.
+bool PointsCoincide(const std::vector<KPt3<double>>& points) {
+  constexpr std::size_t kStretch = 1024;  // points between checks
+  const std::size_t count = points.size();
+  KPt3<double> g;
+  for (const KPt3<double>& p : points) g += p;
+  g = g * (1.0 / static_cast<double>(count));
+  const double n = static_cast<double>(count);
+  double spread = 0.0;
+  for (std::size_t i = 0; i < count; ++i) {
+    spread += (points[i] - g).Length();
+    if (i % kStretch == kStretch - 1 && spread / n >= kCoincidentSpread) return false;
   }
+  return spread / n < kCoincidentSpread;
+}
+
+namespace {
+
+template <class Points>
+ExtendedStatus FitLine(double* record, std::int32_t n, const Points* points, double* distances) {
+  // The decomposition overwrites its centred copy; the distances, when asked for, are measured
+  // on a second one, centred on the same centroid.
   numeric::UniquePointSet second;
   if (numeric::CentredCopy(n, points, record, true, second) != NumericStatus::kOk) {
+    return ExtendedStatus::kResourceFailure;
+  }
+  numeric::UniquePointSet first;
+  if (distances != nullptr &&
+      numeric::CentredCopy(n, points, record, true, first) != NumericStatus::kOk) {
     return ExtendedStatus::kResourceFailure;
   }
 
@@ -74,6 +98,7 @@ ExtendedStatus FitLineEx(double* record, std::int32_t n, const double* points, d
     record[k] += (*x)[k];
     record[3 + k] = (*x)[3 + k];
   }
+  if (distances == nullptr) return ExtendedStatus::kOk;
   const double* c = x->data;
   const double* u = x->data + 3;
   double largest = 0.0;
@@ -87,6 +112,17 @@ ExtendedStatus FitLineEx(double* record, std::int32_t n, const double* points, d
   }
   record[6] = largest;
   return ExtendedStatus::kOk;
+}
+
+}  // namespace
+
+ExtendedStatus FitLineEx(double* record, std::int32_t n, const double* points, double* distances) {
+  return FitLine(record, n, points, distances);
+}
+
+ExtendedStatus FitLineEx(double* record, std::int32_t n, const KPt3<double>* points,
+                         double* distances) {
+  return FitLine(record, n, points, distances);
 }
 
 }  // namespace metrofit
@@ -116,14 +152,7 @@ std::int32_t KFitLineEx(CFitInput& in, CFitResult& out) {
     }
     if (count < 3) return out.m_valid;  // nothing to fit: the result stays as it was
 
-    // Plain centroid and mean distance from it, only to recognise coincident points.
-    KPt3<double> g;
-    for (const KPt3<double>& p : in.m_points) g += p;
-    g = g * (1.0 / static_cast<double>(count));
-    double spread = 0.0;
-    for (const KPt3<double>& p : in.m_points) spread += (p - g).Length();
-    spread /= static_cast<double>(count);
-    if (spread < kCoincidentSpread) {
+    if (PointsCoincide(in.m_points)) {
       out.m_center = in.m_points[0];
       out.m_axis = KPt3<double>(0.0, 0.0, 1.0);
       out.m_formError = 0.0;
@@ -134,17 +163,9 @@ std::int32_t KFitLineEx(CFitInput& in, CFitResult& out) {
     double record[kLineRecordSize] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
     ExtendedStatus status = ExtendedStatus::kAllocationFailure;
     if (count <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 3)) {
-      // Scratch copies of 3 n doubles; the distances use the first n.
-      numeric::UniqueDoubles points = numeric::AllocateDoubles(3 * count);
-      numeric::UniqueDoubles distances = numeric::AllocateDoubles(3 * count);
-      if (points && distances) {
-        for (std::size_t i = 0; i < count; ++i) {
-          points[3 * i] = in.m_points[i].x;
-          points[3 * i + 1] = in.m_points[i].y;
-          points[3 * i + 2] = in.m_points[i].z;
-        }
-        status = FitLineEx(record, static_cast<std::int32_t>(count), points.get(), distances.get());
-      }
+      // The straightness below is measured on the points themselves: the fit's own distances
+      // would go unread, so they are not computed.
+      status = FitLineEx(record, static_cast<std::int32_t>(count), in.m_points.data(), nullptr);
     }
     out.m_center = KPt3<double>(record[0], record[1], record[2]);
     out.m_axis = KPt3<double>(record[3], record[4], record[5]);

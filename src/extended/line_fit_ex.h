@@ -8,8 +8,10 @@
 #define METROFIT_EXTENDED_LINE_FIT_EX_H
 
 #include <cstdint>
+#include <vector>
 
 #include "extended/extended_status.h"
+#include "metrofit.h"
 
 namespace metrofit {
 
@@ -23,6 +25,15 @@ constexpr int kLineRecordSize = 8;
 // decomposition stopped at its limit or rejected its arguments), or kDegeneratePoints for
 // exactly two coincident points.
 ExtendedStatus FitLineEx(double* record, std::int32_t n, const double* points, double* distances);
+
+// The same on points held as KPt3, with the same bits. `distances` may be null: the distances
+// and the largest one (record[6]) are then neither computed nor written.
+ExtendedStatus FitLineEx(double* record, std::int32_t n, const KPt3<double>* points,
+                         double* distances);
+
+// Whether the mean distance of the points from their plain centroid is below 1e1 double
+// epsilons: KFitLineEx's test for a set of coincident points, which it settles without a fit.
+bool PointsCoincide(const std::vector<KPt3<double>>& points);
 
 }  // namespace metrofit
 

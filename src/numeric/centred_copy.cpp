@@ -16,16 +16,18 @@ NumericStatus CopyAndCentre(std::int32_t n, Get get, double* record, bool comput
   if (n < 0) return NumericStatus::kCopyFailed;
   UniquePointSet copy(CreatePointSet(n));
   if (!copy) return NumericStatus::kCopyFailed;
+  // The three compensated sums run side by side while copying: each still adds its coordinate
+  // point after point, so the centroid has the bits of three separate passes.
+  KahanSum sum[3];
   for (std::int32_t i = 0; i < n; ++i) {
     double* p = copy->Point(i);
-    for (int k = 0; k < 3; ++k) p[k] = get(i, k);
+    for (int k = 0; k < 3; ++k) {
+      p[k] = get(i, k);
+      if (computeCentroid) sum[k].Add(p[k]);
+    }
   }
   if (computeCentroid && n > 0) {
-    for (int k = 0; k < 3; ++k) {
-      KahanSum sum;
-      for (std::int32_t i = 0; i < n; ++i) sum.Add(copy->Point(i)[k]);
-      record[k] = sum.Sum() / n;
-    }
+    for (int k = 0; k < 3; ++k) record[k] = sum[k].Sum() / n;
   }
   const double c[3] = {record[0], record[1], record[2]};
   for (std::int32_t i = 0; i < n; ++i) {

@@ -99,6 +99,39 @@ void SelectSingularIndices(const double* w, bool largest, int* extreme, int* mid
   *middle = imid;
 }
 
+namespace {
+
+// The left reflection of column i applied to the columns after it, and column i given back
+// its scale: for each later column j, f_j = (sum_k A(k, i) A(k, j)) / h, then
+// A(k, j) += f_j A(k, i), then A(k, i) *= scale (rows i..m-1). The sums of the later columns
+// do not depend on one another, so one pass over the rows forms them side by side (each a
+// compensated sum over the rows in order, as alone) and a second applies them all and the
+// scale: two passes instead of two per column and one more, with the same bits. `f` holds
+// the n factors.
+void ReflectLaterColumns(const RowMajor& A, std::int32_t i, std::int32_t m, std::int32_t n,
+                         double h, double scale, double* f) {
+  const std::int32_t l = i + 1;
+  if (l < n) {
+    constexpr std::int32_t kSideBySide = 4;  // sums formed together; wider matrices in turns
+    for (std::int32_t first = l; first < n; first += kSideBySide) {
+      const std::int32_t last = first + kSideBySide < n ? first + kSideBySide : n;
+      KahanSum st[kSideBySide];
+      for (std::int32_t k = i; k < m; ++k) {
+        const double a = A(k, i);
+        for (std::int32_t j = first; j < last; ++j) st[j - first].Add(a * A(k, j));
+      }
+      for (std::int32_t j = first; j < last; ++j) f[j] = st[j - first].Sum() / h;
+    }
+  }
+  for (std::int32_t k = i; k < m; ++k) {
+    const double a = A(k, i);
+    for (std::int32_t j = l; j < n; ++j) A(k, j) += f[j] * a;
+    A(k, i) = a * scale;
+  }
+}
+
+}  // namespace
+
 NumericStatus SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
                                          std::int32_t maxIter, LeftVectors left) {
   if (am == nullptr || wv == nullptr || vm == nullptr) return NumericStatus::kBadArguments;
@@ -113,6 +146,9 @@ NumericStatus SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
 
   const UniqueVector rv1v(CreateVector(n));
   if (!rv1v) return NumericStatus::kAllocationFailure;
+  const UniqueVector workv(CreateVector(n));
+  if (!workv) return NumericStatus::kAllocationFailure;
+  double* work = workv->data;
   double* rv1 = rv1v->data;
   double* w = wv->data;
   const RowMajor A(am->data, n);
@@ -141,17 +177,11 @@ NumericStatus SingularValueDecomposition(NMatrix* am, NVector* wv, NMatrix* vm,
           ss.Add(A(k, i) * A(k, i));
         }
         s = ss.Sum();
-        double f = A(i, i);
+        const double f = A(i, i);
         g = -Sign(std::sqrt(s), f);
         const double h = f * g - s;
         A(i, i) = f - g;
-        for (std::int32_t j = l; j < n; ++j) {
-          KahanSum st;
-          for (std::int32_t k = i; k < m; ++k) st.Add(A(k, i) * A(k, j));
-          f = st.Sum() / h;
-          for (std::int32_t k = i; k < m; ++k) A(k, j) += f * A(k, i);
-        }
-        for (std::int32_t k = i; k < m; ++k) A(k, i) *= scale;
+        ReflectLaterColumns(A, i, m, n, h, scale, work);
       }
     }
     w[i] = scale * g;

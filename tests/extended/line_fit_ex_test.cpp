@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "core/form_error.h"
@@ -103,6 +104,69 @@ double VertexOffset(const std::vector<Pt>& pts, const Pt& c, const Pt& a, int j,
 const Pt kCmmCentre(520.0, -480.0, 300.0);
 
 // ---------------------------------------------------------------------------------------------
+
+Pt UnitFrom(Rng& rng) {
+  double u[3];
+  RandomUnit(rng, u);
+  return Pt(u[0], u[1], u[2]);
+}
+
+// KFitLineEx measures straightness on the points themselves and asks FitLineEx for no
+// distances: on the points as KPt3 and without distances, the line must be the one of the
+// full computation (flat copy, distances, largest distance) to the last bit.
+TEST(FitLineEx, LineWithoutDistancesIsTheFullComputationsLine) {
+  Rng rng(2026);
+  for (int trial = 0; trial < 12; ++trial) {
+    const int n = trial == 0 ? 2 : 3 + 700 * trial;
+    const Pt c(Uniform(rng, -600, 600), Uniform(rng, -600, 600), Uniform(rng, -600, 600));
+    const std::vector<Pt> pts = LinePoints(rng, n, c, UnitFrom(rng), 80.0, 0.003);
+    std::vector<double> flat;
+    for (const Pt& p : pts) flat.insert(flat.end(), {p.x, p.y, p.z});
+    std::vector<double> distances(static_cast<std::size_t>(n), -1.0);
+    double full[kLineRecordSize] = {0, 0, 0, 0, 0, 1, 0, 0};
+    double lean[kLineRecordSize] = {0, 0, 0, 0, 0, 1, 0, 0};
+    lean[6] = full[6] = -7.0;
+    ASSERT_EQ(FitLineEx(full, n, flat.data(), distances.data()), ExtendedStatus::kOk);
+    ASSERT_EQ(FitLineEx(lean, n, pts.data(), nullptr), ExtendedStatus::kOk);
+    for (int k = 0; k < 6; ++k)
+      EXPECT_EQ(std::memcmp(&full[k], &lean[k], sizeof(double)), 0) << trial << " " << k;
+    EXPECT_EQ(lean[6], -7.0);  // left alone without distances
+    EXPECT_EQ(full[6], *std::max_element(distances.begin(), distances.end()));
+  }
+}
+
+// The coincidence scan may stop early; its answer must be the mean distance's against the
+// bound, computed in full.
+TEST(KFitLineEx, CoincidenceScanAnswersAsTheFullMean) {
+  const auto full = [](const std::vector<Pt>& pts) {
+    Pt g;
+    for (const Pt& p : pts) g += p;
+    g = g * (1.0 / static_cast<double>(pts.size()));
+    double spread = 0.0;
+    for (const Pt& p : pts) spread += (p - g).Length();
+    return spread / static_cast<double>(pts.size()) < 2.220446049250313e-15;
+  };
+  Rng rng(77);
+  const Pt c(512.25, -300.5, 75.125);
+  std::vector<std::vector<Pt>> sets;
+  sets.push_back(std::vector<Pt>(5000, c));  // coincident
+  sets.push_back(std::vector<Pt>(5000, c));  // one point off, at the very end
+  sets.back().back() = c + Pt(1e-9, 0, 0);
+  sets.push_back(std::vector<Pt>(5000, c));  // a NaN first, then spread points
+  sets.back()[0].x = std::nan("");
+  std::vector<Pt> spread;
+  for (int i = 0; i < 5000; ++i) spread.push_back(c + UnitFrom(rng) * Uniform(rng, 0, 20));
+  sets.push_back(spread);                    // spread out: the scan stops early
+  sets.push_back(std::vector<Pt>(3000, c));  // a ulp-level spread
+  for (std::size_t i = 0; i < sets.back().size(); i += 2)
+    sets.back()[i].y = std::nextafter(c.y, 0.0);
+  sets.push_back(spread);  // a NaN late, after the scan could stop
+  sets.back()[4000].z = std::nan("");
+  for (std::size_t k = 0; k < sets.size(); ++k)
+    EXPECT_EQ(PointsCoincide(sets[k]), full(sets[k])) << k;
+  EXPECT_TRUE(PointsCoincide(sets[0]));
+  EXPECT_FALSE(PointsCoincide(sets[3]));
+}
 
 TEST(KFitLineEx, TwoIdenticalPoints) {
   CFitInput in = InputOf({Pt(3, -4, 5), Pt(3, -4, 5)});
@@ -277,8 +341,9 @@ TEST(KFitLineEx, AllocationFailuresGiveAnInvalidFitAndLeakNothing) {
     FailAllocationAfter(k);
     statuses.push_back(static_cast<std::int32_t>(FitLineEx(record, 30, xyz.data(), dist.data())));
   });
-  // Two copies, the parameter vector, then the decomposition's V, w, header and work vector.
-  const std::vector<std::int32_t> want = {1, 1, 131, 131, 131, 131, 131, 0};
+  // Two copies, the parameter vector, then the decomposition's V, w, header and two work
+  // vectors.
+  const std::vector<std::int32_t> want = {1, 1, 131, 131, 131, 131, 131, 131, 0};
   EXPECT_EQ(statuses, want);
 
   int invalid = 0;
@@ -292,7 +357,9 @@ TEST(KFitLineEx, AllocationFailuresGiveAnInvalidFitAndLeakNothing) {
     EXPECT_EQ(valid, failed ? 0 : 1) << k;
     invalid += failed ? 1 : 0;
   });
-  EXPECT_EQ(invalid, 9);  // the two scratch arrays, then the seven objects above
+  // One centred copy (the fit asks for no distances), then the parameter vector and the
+  // decomposition's five objects.
+  EXPECT_EQ(invalid, 7);
 }
 
 }  // namespace

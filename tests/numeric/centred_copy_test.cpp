@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <vector>
 
+#include "numeric/compensated.h"
 #include "numeric/numeric_test_util.h"
 
 namespace metrofit::numeric {
@@ -64,6 +66,30 @@ TEST(CentredCopy, CentroidIsCompensated) {
   for (int k = 0; k < 3; ++k) {
     const double want = static_cast<double>(ref[k] / n);
     EXPECT_NEAR(record[k], want, 2.3e-13) << k;  // two ulps of 500
+  }
+}
+
+// The three coordinate sums run side by side in the copying pass; each must be the
+// compensated sum of its coordinate over the points in order, bit for bit.
+TEST(CentredCopy, CentroidIsThreeSeparateCompensatedSums) {
+  NoLeakScope scope;
+  Rng rng(402);
+  const int n = 20000;
+  std::vector<double> xyz(3 * n);
+  for (int i = 0; i < n; ++i) {
+    xyz[3 * i] = 480.0 + Uniform(rng, -30.0, 30.0);
+    xyz[3 * i + 1] = -510.0 + Uniform(rng, -0.5, 0.5);
+    xyz[3 * i + 2] = 230.0 + Uniform(rng, -1e-3, 1e-3);
+  }
+  double record[3];
+  UniquePointSet out;
+  ASSERT_EQ(CentredCopy(n, xyz.data(), record, true, out), NumericStatus::kOk);
+  for (int k = 0; k < 3; ++k) {
+    KahanSum alone;
+    for (int i = 0; i < n; ++i) alone.Add(xyz[3 * i + k]);
+    const double want = alone.Sum() / n;
+    EXPECT_EQ(std::memcmp(&record[k], &want, sizeof want), 0) << k;
+    EXPECT_EQ(out->Point(n - 1)[k], xyz[3 * (n - 1) + k] - want) << k;
   }
 }
 

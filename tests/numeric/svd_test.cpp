@@ -477,7 +477,9 @@ TEST(PlaneNormalSVD, AllocationFailuresReturnThreeAndLeakNothing) {
               AllocationFailurePending() ? NumericStatus::kOk : NumericStatus::kAllocationFailure)
         << k;
   });
-  EXPECT_EQ(runs, 4);  // V, w, the matrix header, the decomposition's work vector
+  // V, w, the matrix header, the decomposition's two work vectors (the superdiagonal and the
+  // reflection factors)
+  EXPECT_EQ(runs, 5);
 }
 
 }  // namespace
