@@ -87,10 +87,8 @@ constexpr std::int32_t kMinimiserIterations = 100;
 // Absolute step tolerance on centre and radius, in the caller's length unit.
 constexpr double kStepTolerance = 1e-9;
 
-}  // namespace
-
-ExtendedStatus FitSphereEx(double* record, std::int32_t n, const double* points,
-                           double* deviations) {
+template <class Points>
+ExtendedStatus FitSphere(double* record, std::int32_t n, const Points* points, double* deviations) {
   // The record's centre is (0, 0, 0) here, so the first copy equals the input points.
   numeric::UniquePointSet copy;
   if (numeric::CentredCopy(n, points, record, false, copy) != NumericStatus::kOk) {
@@ -127,6 +125,18 @@ ExtendedStatus FitSphereEx(double* record, std::int32_t n, const double* points,
   return ExtendedStatus::kOk;
 }
 
+}  // namespace
+
+ExtendedStatus FitSphereEx(double* record, std::int32_t n, const double* points,
+                           double* deviations) {
+  return FitSphere(record, n, points, deviations);
+}
+
+ExtendedStatus FitSphereEx(double* record, std::int32_t n, const KPt3<double>* points,
+                           double* deviations) {
+  return FitSphere(record, n, points, deviations);
+}
+
 }  // namespace metrofit
 
 std::int32_t KFitSphereEx(CFitInput& in, CFitResult& out) {
@@ -138,17 +148,9 @@ std::int32_t KFitSphereEx(CFitInput& in, CFitResult& out) {
     ExtendedStatus status = ExtendedStatus::kAllocationFailure;
     if (count <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 3)) {
       const auto n = static_cast<std::int32_t>(count);
-      // Scratch copies of 3 n doubles; the deviations use the first n.
-      numeric::UniqueDoubles points = numeric::AllocateDoubles(3 * count);
-      numeric::UniqueDoubles deviations = numeric::AllocateDoubles(3 * count);
-      if (points && deviations) {
-        for (std::size_t i = 0; i < count; ++i) {
-          points[3 * i] = in.m_points[i].x;
-          points[3 * i + 1] = in.m_points[i].y;
-          points[3 * i + 2] = in.m_points[i].z;
-        }
-        status = FitSphereEx(record, n, points.get(), deviations.get());
-      }
+      // The fit copies the points it works on; the deviations, one per point, give the form.
+      numeric::UniqueDoubles deviations = numeric::AllocateDoubles(count);
+      if (deviations) status = FitSphereEx(record, n, in.m_points.data(), deviations.get());
     }
     out.m_center = KPt3<double>(record[0], record[1], record[2]);
     out.m_size1.x = record[3] * 0.5;

@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "extended/extended_status.h"
+#include "metrofit.h"
 #include "numeric/nvector.h"
 
 namespace metrofit {
@@ -25,6 +26,9 @@ constexpr int kSphereRecordSize = 5;
 // could not be made), kAllocationFailure, kEnclosingSphereFailed or kNumericFailure (the record
 // then holds the enclosing centre and the enclosing radius in its diameter slot).
 ExtendedStatus FitSphereEx(double* record, std::int32_t n, const double* points,
+                           double* deviations);
+// The same on points held as KPt3, with the same bits.
+ExtendedStatus FitSphereEx(double* record, std::int32_t n, const KPt3<double>* points,
                            double* deviations);
 
 namespace numeric {
