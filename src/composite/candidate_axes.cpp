@@ -38,6 +38,15 @@ KPt3<double> EdgeOrDefault(const KPt3<double>& edge, const KPt3<double>& fallbac
   return e.Normalize();
 }
 
+// The axis of a line or plane fit on `in`. Only the axis is kept: the fit's result, with one
+// deviation per point, is gone before the next fit makes its own. The line is fitted without
+// its straightness, which would hold a second copy of the points beside that list.
+KPt3<double> AxisOfFit(std::int32_t (*fit)(CFitInput&, CFitResult&) noexcept, CFitInput& in) {
+  CFitResult result;
+  fit(in, result);
+  return result.m_axis;
+}
+
 }  // namespace
 
 CandidateAxes MakeCandidateAxes(CFitInput& in) {
@@ -56,13 +65,9 @@ CandidateAxes MakeCandidateAxes(CFitInput& in) {
   c.axis[13] = n;
   c.axis[14] = u;
 
-  CFitResult line;
-  FitLineInternal(in, line);
-  CFitResult plane;
-  FitPlaneInternal(in, plane);
-  c.axis[15] = line.m_axis;
-  c.axis[16] = plane.m_axis;
-  KPt3<double> cross = line.m_axis.Cross(plane.m_axis);
+  c.axis[15] = AxisOfFit(&FitLineAxisInternal, in);
+  c.axis[16] = AxisOfFit(&FitPlaneInternal, in);
+  KPt3<double> cross = c.axis[15].Cross(c.axis[16]);
   c.axis[17] = cross.Normalize();
   return c;
 }

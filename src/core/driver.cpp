@@ -209,7 +209,7 @@ ParaboloidAxisEstimate EstimateParaboloidAxis(CFitInput& in) {
   return est;
 }
 
-void RunLeastSquaresDriver(CFitInput& in, CFitResult& out) {
+void RunLeastSquaresDriver(CFitInput& in, CFitResult& out, DriverResult what) {
   out = in;  // the caller's nominal values are the start
   AxisToStartAngles(in);
   if (in.m_fitType == FIT_PARABOLOID && AnyModeSet(in.m_axisParam)) {
@@ -231,7 +231,7 @@ void RunLeastSquaresDriver(CFitInput& in, CFitResult& out) {
   v.Release();
 
   ApplyFinalAxis(in.m_fitType, out);
-  ApplyFormError(in, out);
+  if (what == DriverResult::kComplete) ApplyFormError(in, out);
 }
 
 }  // namespace metrofit

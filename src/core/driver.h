@@ -16,8 +16,14 @@ const DriverLayout* DriverLayoutFor(int fitType);
 // m_angleParam (zero or tiny axis -> (0, 0, 1)). The value of m_axisParam is not changed.
 void AxisToStartAngles(CFitInput& in);
 
+// How much of the result a fit inside the library needs: all of it (every entry point), or
+// all but the form error, for a fit that only proposes a start axis. The form error is
+// measured last and changes nothing else; the line's needs a scratch copy of the points.
+enum class DriverResult { kComplete, kWithoutFormError };
+
 // Runs one least-squares fit of in.m_fitType; success is out.m_valid.
-void RunLeastSquaresDriver(CFitInput& in, CFitResult& out);
+void RunLeastSquaresDriver(CFitInput& in, CFitResult& out,
+                           DriverResult what = DriverResult::kComplete);
 
 // --- Building blocks of the driver, exposed for tests -------------------------------------
 

@@ -30,9 +30,10 @@ std::int32_t Guarded(CFitResult& out, Body&& body) noexcept {
   }
 }
 
-std::int32_t RunDriver(CFitInput& in, CFitResult& out, int fitType) {
+std::int32_t RunDriver(CFitInput& in, CFitResult& out, int fitType,
+                       metrofit::DriverResult what = metrofit::DriverResult::kComplete) {
   in.m_fitType = fitType;
-  metrofit::RunLeastSquaresDriver(in, out);
+  metrofit::RunLeastSquaresDriver(in, out, what);
   return out.m_valid;
 }
 
@@ -97,6 +98,14 @@ std::int32_t metrofit::FitLineInternal(CFitInput& in, CFitResult& out) noexcept 
     in.m_fitType = FIT_LINE;
     if (in.m_points.size() == 2) return TwoPointLine(in, out);
     return RunDriver(in, out, FIT_LINE);
+  });
+}
+
+std::int32_t metrofit::FitLineAxisInternal(CFitInput& in, CFitResult& out) noexcept {
+  return Guarded(out, [&]() -> std::int32_t {
+    in.m_fitType = FIT_LINE;
+    if (in.m_points.size() == 2) return TwoPointLine(in, out);
+    return RunDriver(in, out, FIT_LINE, DriverResult::kWithoutFormError);
   });
 }
 

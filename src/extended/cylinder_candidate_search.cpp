@@ -24,14 +24,26 @@ constexpr double kFormTie = 1.1920928955078125e-07;
 constexpr int kFurthestFirstSlot = 12;
 constexpr int kFurthestLastSlot = 14;
 
-// A full copy of an input: the copy constructor takes only the settings.
-void CopyMeasurement(const CFitInput& from, CFitInput& to) {
-  to.m_points = from.m_points;
-  to.m_refPoint = from.m_refPoint;
-  for (int k = 0; k < 3; ++k) to.m_auxPoints[k] = from.m_auxPoints[k];
-  to.m_givenMinMax = from.m_givenMinMax;
-  to.m_givenStats = from.m_givenStats;
-  for (int k = 0; k < 5; ++k) to.m_auxValues[k] = from.m_auxValues[k];
+// Puts an input's settings back as they were when it was made, also when a fit throws.
+class SettingsKept {
+ public:
+  explicit SettingsKept(CFitInput& in) : in_(in), settings_(in) {}
+  ~SettingsKept() { in_ = settings_; }
+  SettingsKept(const SettingsKept&) = delete;
+  SettingsKept& operator=(const SettingsKept&) = delete;
+
+ private:
+  CFitInput& in_;
+  const CFitInput settings_;  // the copy constructor takes the settings, not the points
+};
+
+// The start axes come from line and plane fits, which stamp their settings into the input they
+// run on. They run on the caller's input, whose settings are then put back: those fits change
+// nothing else of it (points, reference point, auxiliary and given values are only read), so
+// it is as it was, and the points are not held a second time as a working copy would.
+CandidateAxes AxesLeavingTheInputAsItWas(CFitInput& in) {
+  const SettingsKept kept(in);
+  return MakeCandidateAxes(in);
 }
 
 KPt3<double> PlainCentroid(const std::vector<KPt3<double>>& pts) {
@@ -74,9 +86,7 @@ CylinderChoice ChooseCylinderCandidate(std::vector<CFitResult>& cand, const KPt3
 }
 
 std::int32_t CylinderCandidateSearch(CFitInput& in, CFitResult& out, CylinderSearchTrace* trace) {
-  CFitInput work(in);
-  CopyMeasurement(in, work);
-  const CandidateAxes axes = MakeCandidateAxes(work);
+  const CandidateAxes axes = AxesLeavingTheInputAsItWas(in);
   std::array<bool, kCandidateCount> skip = DuplicateStarts(axes.axis);
   if (!axes.furthestPointsFound) {
     for (int k = kFurthestFirstSlot; k <= kFurthestLastSlot; ++k) skip[k] = true;

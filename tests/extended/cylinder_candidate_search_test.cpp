@@ -206,5 +206,74 @@ TEST(CylinderCandidateSearch, CallersInputIsLeftAsItWas) {
   EXPECT_TRUE(in.m_points == points);
 }
 
+// The search fits its start lines and planes on the caller's input and puts the settings back
+// afterwards: every field must come back as it was, with and without the reference frame (whose
+// furthest-point search works on a projected copy of the points), and also from a settings
+// state no fit would leave behind.
+TEST(CylinderCandidateSearch, EveryFieldOfTheInputComesBack) {
+  for (bool useReference : {false, true}) {
+    SCOPED_TRACE(useReference ? "with the reference frame" : "without");
+    Rng rng(54);
+    CFitInput in;
+    in.m_points = testing::CylinderPoints(rng, 80, Pt(410, -250, 600), testing::Unit(Pt(1, 2, 2)),
+                                          9.0, 40.0, 4.0, 2e-3);
+    in.m_fitType = 11;
+    in.m_refPoint = Pt(1.5, -2.5, 3.5);
+    for (int k = 0; k < 3; ++k) in.m_auxPoints[k] = Pt(k, 2.0 * k, -k);
+    in.m_givenMinMax = Pt(-1, 1, 2);
+    in.m_givenStats = Pt(0.1, 0.2, 0.3);
+    for (int k = 0; k < 5; ++k) in.m_auxValues[k] = 0.5 * k;
+    in.m_refOrigin = Pt(400, -250, 600);
+    in.m_refDirection = testing::Unit(Pt(1, 2, 2));
+    in.m_refSecondDirection = testing::Unit(Pt(2, -1, 0));
+    in.m_useReference = useReference;
+    in.m_option1Enabled = true;
+    in.m_option1Value = 0.25;
+    in.m_option2Value = -4.0;
+    in.m_probeRadius = 1.5;
+    in.m_size1Param.value = Pt(9, 0, 0);
+    in.m_size1Param.mode[0] = 2;
+    in.m_size2Param.mode[2] = 7;
+    in.m_size3Param.value = Pt(3, 2, 1);
+    in.m_axisParam.value = Pt(0, 0, 1);
+    in.m_axisParam.mode[1] = 1;
+    const CFitInput before = [&] {
+      CFitInput copy(in);  // the settings
+      copy.m_points = in.m_points;
+      copy.m_refPoint = in.m_refPoint;
+      for (int k = 0; k < 3; ++k) copy.m_auxPoints[k] = in.m_auxPoints[k];
+      copy.m_givenMinMax = in.m_givenMinMax;
+      copy.m_givenStats = in.m_givenStats;
+      for (int k = 0; k < 5; ++k) copy.m_auxValues[k] = in.m_auxValues[k];
+      return copy;
+    }();
+    CFitResult out;
+    CylinderCandidateSearch(in, out);
+    EXPECT_EQ(in.m_fitType, before.m_fitType);
+    EXPECT_TRUE(in.m_points == before.m_points);
+    EXPECT_EQ(in.m_refPoint, before.m_refPoint);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(in.m_auxPoints[k], before.m_auxPoints[k]);
+    EXPECT_EQ(in.m_givenMinMax, before.m_givenMinMax);
+    EXPECT_EQ(in.m_givenStats, before.m_givenStats);
+    for (int k = 0; k < 5; ++k) EXPECT_EQ(in.m_auxValues[k], before.m_auxValues[k]);
+    EXPECT_EQ(in.m_refOrigin, before.m_refOrigin);
+    EXPECT_EQ(in.m_refDirection, before.m_refDirection);
+    EXPECT_EQ(in.m_refSecondDirection, before.m_refSecondDirection);
+    EXPECT_EQ(in.m_useReference, before.m_useReference);
+    EXPECT_EQ(in.m_option1Enabled, before.m_option1Enabled);
+    EXPECT_EQ(in.m_option1Value, before.m_option1Value);
+    EXPECT_EQ(in.m_option2Enabled, before.m_option2Enabled);
+    EXPECT_EQ(in.m_option2Value, before.m_option2Value);
+    EXPECT_EQ(in.m_probeRadius, before.m_probeRadius);
+    const CFitParam CFitInput::*params[] = {&CFitInput::m_centerParam, &CFitInput::m_axisParam,
+                                            &CFitInput::m_angleParam,  &CFitInput::m_size1Param,
+                                            &CFitInput::m_size2Param,  &CFitInput::m_size3Param};
+    for (const auto param : params) {
+      EXPECT_EQ((in.*param).value, (before.*param).value);
+      for (int k = 0; k < 3; ++k) EXPECT_EQ((in.*param).mode[k], (before.*param).mode[k]);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace metrofit
