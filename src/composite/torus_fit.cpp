@@ -8,11 +8,19 @@
 // assumed axis into one half-plane, where they lie on the circle of the tube's cross-section.
 // Each start runs the full least-squares torus fit; the smallest RMS wins, ties keep the
 // earlier candidate.
+//
+// Memory. A start keeps only the few numbers it takes from its sub-fit: the sub-fit's input
+// (a copy of the points) and result (a deviation list) are gone before the next sub-fit runs.
+// No candidate's deviation list reaches the caller (assigning a result keeps the target's own
+// list), so each is freed as its run ends.
 #include "composite/torus_fit.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <utility>
 
+#include "composite/cylinder_cone_fit.h"
 #include "core/driver.h"
 #include "core/entry_points.h"
 #include "extended/circle_fit_ex.h"
@@ -26,13 +34,30 @@ constexpr int kStartMode = 2;
 // Points taken by the three-point circle start.
 constexpr std::size_t kThreePointStart = 3;
 
-// A sub-fit's own input: the caller's settings and points, never steered by its reference
-// direction.
-CFitInput SubFitInput(const CFitInput& in) {
+// A sub-fit's own input: the caller's settings and its first `count` points (all by default),
+// never steered by its reference direction.
+CFitInput SubFitInput(const CFitInput& in, std::size_t count = SIZE_MAX) {
   CFitInput sub(in);
-  sub.m_points = in.m_points;
+  const std::size_t n = std::min(count, in.m_points.size());
+  sub.m_points.assign(in.m_points.begin(), in.m_points.begin() + static_cast<std::ptrdiff_t>(n));
   sub.m_useReference = false;
   return sub;
+}
+
+// What a start takes from a sub-fit: its return value, validity, centre, axis and first size.
+struct SubFit {
+  std::int32_t returned = 0;
+  int valid = 0;
+  KPt3<double> centre, axis;
+  double size = 0.0;
+};
+
+SubFit RunSubFit(std::int32_t (*fit)(CFitInput&, CFitResult&) noexcept, const CFitInput& in,
+                 std::size_t count = SIZE_MAX) {
+  CFitInput sub = SubFitInput(in, count);
+  CFitResult out;
+  const std::int32_t returned = fit(sub, out);
+  return {returned, out.m_valid, out.m_center, out.m_axis, out.m_size1.x};
 }
 
 KPt3<double> UnitOrZero(const KPt3<double>& v) {
@@ -61,44 +86,40 @@ CFitInput BaseInput(const CFitInput& in) {
   return base;
 }
 
-void AddSphereAndCylinderStarts(const CFitInput& in, const CFitResult& circle,
+void AddSphereAndCylinderStarts(const CFitInput& in, const SubFit& circle,
                                 std::vector<TorusStart>& starts) {
-  CFitInput sphereIn = SubFitInput(in);
-  CFitResult sphere;
-  if (FitSphereInternal(sphereIn, sphere) == 0) return;
+  const SubFit sphere = RunSubFit(&FitSphereInternal, in);
+  if (sphere.returned == 0) return;
 
-  const KPt3<double> u = UnitOrZero(circle.m_center - sphere.m_center);
-  const MeridianSection s2 = FitMeridianSection(in, circle.m_center, u);
-  const KPt3<double> foot = FootOnLine(circle.m_center, u, s2.centre);
+  const KPt3<double> u = UnitOrZero(circle.centre - sphere.centre);
+  const MeridianSection s2 = FitMeridianSection(in, circle.centre, u);
+  const KPt3<double> foot = FootOnLine(circle.centre, u, s2.centre);
   starts.push_back({foot, u, (foot - s2.centre).Length(), s2.radius});
 
-  CFitInput cylIn = SubFitInput(in);
-  CFitResult cyl;
-  if (FitCylinderExInternal(cylIn, cyl) == 0) return;
-  const KPt3<double> d = UnitOrZero(cyl.m_center - sphere.m_center);
+  const SubFit cyl = RunSubFit(&FitCylinderExInternal, in);
+  if (cyl.returned == 0) return;
+  const KPt3<double> d = UnitOrZero(cyl.centre - sphere.centre);
   // Deliberately not normalised: the cross product of two unit vectors is the start axis.
-  const KPt3<double> axis = cyl.m_axis.Cross(d);
-  const MeridianSection s3 = FitMeridianSection(in, circle.m_center, axis);
-  starts.push_back({sphere.m_center, axis, (sphere.m_center - cyl.m_center).Length(), s3.radius});
+  const KPt3<double> axis = cyl.axis.Cross(d);
+  const MeridianSection s3 = FitMeridianSection(in, circle.centre, axis);
+  starts.push_back({sphere.centre, axis, (sphere.centre - cyl.centre).Length(), s3.radius});
 }
 
 void AddThreePointStart(const CFitInput& in, std::vector<TorusStart>& starts) {
-  CFitInput threeIn = SubFitInput(in);
-  if (threeIn.m_points.size() > kThreePointStart) threeIn.m_points.resize(kThreePointStart);
-  CFitResult three;
-  FitCircleExInternal(threeIn, three);
-  if (three.m_valid == 0) return;
-  const MeridianSection s4 = FitMeridianSection(in, three.m_center, three.m_axis);
-  const KPt3<double> foot = FootOnLine(three.m_center, three.m_axis, s4.centre);
-  starts.push_back({foot, three.m_axis, three.m_size1.x, s4.radius});
+  const SubFit three = RunSubFit(&FitCircleExInternal, in, kThreePointStart);
+  if (three.valid == 0) return;
+  const MeridianSection s4 = FitMeridianSection(in, three.centre, three.axis);
+  const KPt3<double> foot = FootOnLine(three.centre, three.axis, s4.centre);
+  starts.push_back({foot, three.axis, three.size, s4.radius});
 }
 
-void RunCandidate(CFitInput& in, Candidate& cand) {
+void RunCandidate(CFitInput& in, Candidate& cand, CandidateLists lists) {
   // The caller's points are lent to the candidate for its run and taken back afterwards.
   std::swap(cand.in.m_points, in.m_points);
   RunLeastSquaresDriver(cand.in, cand.out);
   std::swap(cand.in.m_points, in.m_points);
   cand.out.m_message.clear();
+  if (lists == CandidateLists::kFreed) std::vector<KPt3<double>>().swap(cand.out.m_deviations);
 }
 
 }  // namespace
@@ -127,23 +148,21 @@ MeridianSection FitMeridianSection(const CFitInput& in, const KPt3<double>& c,
     sub.m_points.push_back(c + u * (side * std::fabs(h)) + t * rho);
   }
   CFitResult circle;
-  FitCircleExInternal(sub, circle);
+  FitCircleExForStart(sub, circle);
   return {circle.m_center, circle.m_axis, circle.m_size1.x};
 }
 
 std::vector<TorusStart> BuildTorusStarts(const CFitInput& in) {
   std::vector<TorusStart> starts;
-  CFitInput circleIn = SubFitInput(in);
-  CFitResult circle;
-  FitCircleExInternal(circleIn, circle);
-  const MeridianSection s1 = FitMeridianSection(in, circle.m_center, circle.m_axis);
-  starts.push_back({circle.m_center, circle.m_axis, circle.m_size1.x, s1.radius});
+  const SubFit circle = RunSubFit(&FitCircleExInternal, in);
+  const MeridianSection s1 = FitMeridianSection(in, circle.centre, circle.axis);
+  starts.push_back({circle.centre, circle.axis, circle.size, s1.radius});
   AddSphereAndCylinderStarts(in, circle, starts);
   AddThreePointStart(in, starts);
   return starts;
 }
 
-std::int32_t FitTorus(CFitInput& in, CFitResult& out) {
+std::int32_t FitTorus(CFitInput& in, CFitResult& out, CandidateLists lists) {
   const CFitInput base = BaseInput(in);
   // A growable list that relocates by copy construction: a relocated result starts empty,
   // which is harmless because every candidate is added before any is run.
@@ -158,7 +177,7 @@ std::int32_t FitTorus(CFitInput& in, CFitResult& out) {
     c.in.m_size1Param.value.z = s.minor;
     cands.push_back(c);
   }
-  for (Candidate& c : cands) RunCandidate(in, c);
+  for (Candidate& c : cands) RunCandidate(in, c, lists);
 
   out.m_valid = 0;
   bool taken = false;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "composite/cylinder_cone_fit.h"
 #include "metrofit.h"
 
 namespace metrofit {
@@ -37,7 +38,10 @@ struct TorusStart {
 // order they are tried. Exposed so the construction can be observed.
 std::vector<TorusStart> BuildTorusStarts(const CFitInput& in);
 
-std::int32_t FitTorus(CFitInput& in, CFitResult& out);
+// The fit; `lists` says whether each candidate's deviation list is freed after its run (the
+// fit's own way) or kept to the end (the plain computation, for tests): the same result.
+std::int32_t FitTorus(CFitInput& in, CFitResult& out,
+                      CandidateLists lists = CandidateLists::kFreed);
 
 }  // namespace metrofit
 

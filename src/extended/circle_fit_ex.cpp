@@ -218,7 +218,12 @@ ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* p
 
 }  // namespace metrofit
 
-std::int32_t metrofit::FitCircleExInternal(CFitInput& in, CFitResult& out) noexcept {
+namespace {
+
+enum class StartList { kKept, kFreed };
+
+std::int32_t FitCircleExWith(CFitInput& in, CFitResult& out, StartList list) noexcept {
+  using namespace metrofit;
   try {
     in.m_fitType = FIT_CIRCLE;
     const std::size_t n = in.m_points.size();
@@ -230,6 +235,7 @@ std::int32_t metrofit::FitCircleExInternal(CFitInput& in, CFitResult& out) noexc
 
     if (n > 2) {
       RunLeastSquaresDriver(in, out);
+      if (list == StartList::kFreed) std::vector<KPt3<double>>().swap(out.m_deviations);
       double record[kCircleRecordSize] = {0.0,          0.0,          0.0, out.m_axis.x,
                                           out.m_axis.y, out.m_axis.z, 0.0, 0.0};
       ExtendedStatus status = ExtendedStatus::kResourceFailure;
@@ -264,6 +270,16 @@ std::int32_t metrofit::FitCircleExInternal(CFitInput& in, CFitResult& out) noexc
     out.m_valid = 0;
     return 0;
   }
+}
+
+}  // namespace
+
+std::int32_t metrofit::FitCircleExInternal(CFitInput& in, CFitResult& out) noexcept {
+  return FitCircleExWith(in, out, StartList::kKept);
+}
+
+std::int32_t metrofit::FitCircleExForStart(CFitInput& in, CFitResult& out) noexcept {
+  return FitCircleExWith(in, out, StartList::kFreed);
 }
 
 std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {

@@ -39,6 +39,11 @@ ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* p
 // it; an exception becomes m_valid = 0 and a return of 0.
 std::int32_t FitCircleExInternal(CFitInput& in, CFitResult& out) noexcept;
 
+// The same for a fit that takes only the circle's centre, normal and size: the deviation list
+// the least-squares start appends to `out` is freed before the refinement makes its own copy
+// of the points, instead of being held beside it. Everything else as FitCircleExInternal.
+std::int32_t FitCircleExForStart(CFitInput& in, CFitResult& out) noexcept;
+
 // Stores params[3..5] as the record's normal, a component of magnitude below 1e-20 as exactly 0.
 void StoreCircleNormal(const numeric::NVector& params, double* record);
 

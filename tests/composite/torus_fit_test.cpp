@@ -14,6 +14,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -315,6 +316,46 @@ TEST(TorusCandidates, EqualRmsKeepsTheEarlierCandidate) {
 // After the fit the caller's input is the winning candidate's: fit type 8, the start modes and
 // the start values of that candidate (and the angles the driver derived from its axis); the
 // points stay the caller's. The winner is the first valid candidate with the smallest RMS.
+// No candidate's deviation list reaches the caller, so the fit frees each after its run: the
+// result, deviations included, and the input left behind must be those of the plain
+// computation that keeps them all, bit for bit; into a fresh result and one holding a list.
+TEST(TorusCandidates, FreeingEachCandidatesListChangesNothing) {
+  const TorusData d = TiltedNoisyTorus(64);
+  for (bool fresh : {true, false}) {
+    SCOPED_TRACE(fresh ? "fresh result" : "result holding a list");
+    CFitInput in[2];
+    CFitResult out[2];
+    const metrofit::CandidateLists lists[2] = {metrofit::CandidateLists::kKept,
+                                               metrofit::CandidateLists::kFreed};
+    for (int k = 0; k < 2; ++k) {
+      in[k].m_points = d.points;
+      in[k].m_fitType = FIT_TORUS;
+      if (!fresh) out[k].m_deviations = {Pt(1, 2, 3)};
+      ASSERT_EQ(metrofit::FitTorus(in[k], out[k], lists[k]), 1);
+    }
+    const auto same = [](double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; };
+    const auto samePoint = [&](const Pt& a, const Pt& b) {
+      return same(a.x, b.x) && same(a.y, b.y) && same(a.z, b.z);
+    };
+    EXPECT_TRUE(samePoint(out[0].m_center, out[1].m_center));
+    EXPECT_TRUE(samePoint(out[0].m_axis, out[1].m_axis));
+    EXPECT_TRUE(samePoint(out[0].m_angles, out[1].m_angles));
+    EXPECT_TRUE(samePoint(out[0].m_size1, out[1].m_size1));
+    EXPECT_TRUE(same(out[0].m_sigma, out[1].m_sigma));
+    EXPECT_TRUE(same(out[0].m_rms, out[1].m_rms));
+    EXPECT_TRUE(same(out[0].m_formError, out[1].m_formError));
+    EXPECT_TRUE(same(out[0].m_minDeviation, out[1].m_minDeviation));
+    EXPECT_TRUE(same(out[0].m_maxDeviation, out[1].m_maxDeviation));
+    EXPECT_EQ(out[0].m_iterations, out[1].m_iterations);
+    EXPECT_EQ(out[0].m_deviations, out[1].m_deviations);
+    EXPECT_EQ(out[0].m_deviations.size(), fresh ? 0u : 1u);
+    EXPECT_EQ(in[0].m_centerParam.value, in[1].m_centerParam.value);
+    EXPECT_EQ(in[0].m_axisParam.value, in[1].m_axisParam.value);
+    EXPECT_EQ(in[0].m_size1Param.value, in[1].m_size1Param.value);
+    EXPECT_EQ(in[0].m_points, in[1].m_points);
+  }
+}
+
 TEST(TorusCandidates, FitReplacesTheCallersInputWithTheWinningCandidates) {
   const TorusData d = TiltedNoisyTorus(63);
   CFitInput in;

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -144,6 +145,47 @@ TEST(KFitCircleEx, FailedFitOfThreeOrMorePointsReturnsZeroWithTheFallbackCentre)
 // ---------------------------------------------------------------------------------------------
 // Form value and normal.
 // ---------------------------------------------------------------------------------------------
+
+// The torus starts take only a circle's centre, normal and size: FitCircleExForStart frees
+// the least-squares start's deviation list early and must leave everything else, and the
+// input, as FitCircleExInternal does, bit for bit.
+TEST(KFitCircleEx, FitForAStartLeavesAllButTheListAsTheFullFit) {
+  Rng rng(91);
+  std::normal_distribution<double> noise(0.0, 0.002);
+  for (int trial = 0; trial < 4; ++trial) {
+    std::vector<Pt> pts;
+    const Pt c(250.0 - 100 * trial, 400.0, -120.0 + 60 * trial);
+    const Pt u = testing::Unit(Pt(0.2, -0.4 + 0.3 * trial, 0.9));
+    const Pt e1 = testing::Unit(u.Cross(Pt(1, 0, 0)));
+    const Pt e2 = u.Cross(e1);
+    for (int i = 0; i < 100 + 400 * trial; ++i) {
+      const double phi = 0.001 * i * (1 + trial);
+      pts.push_back(c + e1 * (15.0 * std::cos(phi)) + e2 * (15.0 * std::sin(phi)) +
+                    Pt(noise(rng), noise(rng), noise(rng)));
+    }
+    CFitInput full, lean;
+    full.m_points = lean.m_points = pts;
+    CFitResult fullOut, leanOut;
+    const std::int32_t returned = FitCircleExInternal(full, fullOut);
+    EXPECT_EQ(FitCircleExForStart(lean, leanOut), returned);
+    EXPECT_EQ(fullOut.m_deviations.size(), pts.size());
+    EXPECT_TRUE(leanOut.m_deviations.empty());
+    for (auto field : {&CFitResult::m_center, &CFitResult::m_axis, &CFitResult::m_angles,
+                       &CFitResult::m_size1}) {
+      EXPECT_TRUE(BitEqual((leanOut.*field).x, (fullOut.*field).x) &&
+                  BitEqual((leanOut.*field).y, (fullOut.*field).y) &&
+                  BitEqual((leanOut.*field).z, (fullOut.*field).z))
+          << trial;
+    }
+    for (auto field : {&CFitResult::m_sigma, &CFitResult::m_rms, &CFitResult::m_formError,
+                       &CFitResult::m_minDeviation, &CFitResult::m_maxDeviation})
+      EXPECT_TRUE(BitEqual(leanOut.*field, fullOut.*field)) << trial;
+    EXPECT_EQ(leanOut.m_valid, fullOut.m_valid);
+    EXPECT_EQ(leanOut.m_iterations, fullOut.m_iterations);
+    EXPECT_EQ(lean.m_angleParam.value, full.m_angleParam.value);
+    EXPECT_EQ(lean.m_fitType, full.m_fitType);
+  }
+}
 
 TEST(CircleFitEx, PointsExactlyOnACircleHaveFormZero) {
   // Distances that are exact in binary: every deviation is 0, the maximum stays 0.0 and the
