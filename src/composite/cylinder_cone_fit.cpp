@@ -268,11 +268,15 @@ std::int32_t KFitCylinder(CFitInput& in, CFitResult& out) {
   return metrofit::FitCylinderInternal(in, out);
 }
 
-std::int32_t KFitCone(CFitInput& in, CFitResult& out) {
+std::int32_t metrofit::FitConeInternal(CFitInput& in, CFitResult& out) noexcept {
   return Guarded(out, [&] {
     in.m_fitType = FIT_CONE;
     metrofit::FitCylinderOrCone(FIT_CONE, in, out);
     out.m_message.clear();
     return static_cast<std::int32_t>(out.m_valid);
   });
+}
+
+std::int32_t KFitCone(CFitInput& in, CFitResult& out) {
+  return metrofit::FitConeInternal(in, out);
 }

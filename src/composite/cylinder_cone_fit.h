@@ -37,6 +37,9 @@ double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out,
 // exception becomes m_valid = 0 and a return of 0.
 std::int32_t FitCylinderInternal(CFitInput& in, CFitResult& out) noexcept;
 
+// What KFitCone does (it only forwards here), likewise.
+std::int32_t FitConeInternal(CFitInput& in, CFitResult& out) noexcept;
+
 // Radial and axial extent of the points about the line through c along a.
 struct Extent {
   double rhoMax = -kSentinel, rhoMin = kSentinel;

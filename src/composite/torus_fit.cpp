@@ -193,7 +193,7 @@ std::int32_t FitTorus(CFitInput& in, CFitResult& out, CandidateLists lists) {
 
 }  // namespace metrofit
 
-std::int32_t KFitTorus(CFitInput& in, CFitResult& out) {
+std::int32_t metrofit::FitTorusInternal(CFitInput& in, CFitResult& out) noexcept {
   try {
     in.m_fitType = FIT_TORUS;
     return metrofit::FitTorus(in, out);
@@ -201,4 +201,8 @@ std::int32_t KFitTorus(CFitInput& in, CFitResult& out) {
     out.m_valid = 0;
     return 0;
   }
+}
+
+std::int32_t KFitTorus(CFitInput& in, CFitResult& out) {
+  return metrofit::FitTorusInternal(in, out);
 }

@@ -43,6 +43,10 @@ std::vector<TorusStart> BuildTorusStarts(const CFitInput& in);
 std::int32_t FitTorus(CFitInput& in, CFitResult& out,
                       CandidateLists lists = CandidateLists::kFreed);
 
+// What KFitTorus does (it only forwards here), for fits inside the library that build on it:
+// stamps the fit type, runs FitTorus; an exception becomes m_valid = 0 and a return of 0.
+std::int32_t FitTorusInternal(CFitInput& in, CFitResult& out) noexcept;
+
 }  // namespace metrofit
 
 #endif  // METROFIT_COMPOSITE_TORUS_FIT_H

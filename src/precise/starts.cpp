@@ -5,6 +5,8 @@
 #include <optional>
 #include <vector>
 
+#include "composite/cylinder_cone_fit.h"
+#include "composite/torus_fit.h"
 #include "metrofit.h"
 #include "precise/algebraic_starts.h"
 #include "precise/local_frame.h"
@@ -141,7 +143,7 @@ void CylinderStarts(const Request& r, const PointStats& st, const Vec3* hint, bo
     if (hint != nullptr) return;
   }
   CFitResult abi;
-  if (withAbi && SubsampleFit(r, &KFitCylinder, &abi)) {
+  if (withAbi && SubsampleFit(r, &FitCylinderInternal, &abi)) {
     Vec3 axis = abi.m_axis;
     out->push_back(
         Make(Shape::kCylinder, abi.m_center, axis.Normalize(), abi.m_size1.x - r.probe_radius, 0));
@@ -156,7 +158,8 @@ void ConeStarts(const Request& r, const PointStats& st, const Vec3* hint,
     if (hint != nullptr) return;
   }
   CFitResult abi;
-  if (SubsampleFit(r, &KFitCone, &abi) && std::isfinite(abi.m_size2.z) && abi.m_size2.z != 0.0) {
+  if (SubsampleFit(r, &FitConeInternal, &abi) && std::isfinite(abi.m_size2.z) &&
+      abi.m_size2.z != 0.0) {
     // Slope k: axial rise per unit of radius, the cone opening towards +axis for k > 0.
     Vec3 axis = abi.m_axis;
     axis.Normalize();
@@ -238,7 +241,7 @@ void TorusStarts(const Request& r, const PointStats& st, const Vec3* hint,
   Feature bent;
   if (TorusFromTube(r, st, &bent)) out->push_back(bent);
   CFitResult abi;
-  if (SubsampleFit(r, &KFitTorus, &abi) && abi.m_size1.y > 0.0 && abi.m_size1.z > 0.0) {
+  if (SubsampleFit(r, &FitTorusInternal, &abi) && abi.m_size1.y > 0.0 && abi.m_size1.z > 0.0) {
     Vec3 a = abi.m_axis;
     out->push_back(Make(Shape::kTorus, abi.m_center, a.Normalize(), abi.m_size1.y,
                         abi.m_size1.z - r.probe_radius));
