@@ -106,7 +106,7 @@ void AddSphereAndCylinderStarts(const CFitInput& in, const SubFit& circle,
 }
 
 void AddThreePointStart(const CFitInput& in, std::vector<TorusStart>& starts) {
-  const SubFit three = RunSubFit(&FitCircleExInternal, in, kThreePointStart);
+  const SubFit three = RunSubFit(&FitCircleExForStart, in, kThreePointStart);
   if (three.valid == 0) return;
   const MeridianSection s4 = FitMeridianSection(in, three.centre, three.axis);
   const KPt3<double> foot = FootOnLine(three.centre, three.axis, s4.centre);
@@ -154,7 +154,7 @@ MeridianSection FitMeridianSection(const CFitInput& in, const KPt3<double>& c,
 
 std::vector<TorusStart> BuildTorusStarts(const CFitInput& in) {
   std::vector<TorusStart> starts;
-  const SubFit circle = RunSubFit(&FitCircleExInternal, in);
+  const SubFit circle = RunSubFit(&FitCircleExForStart, in);
   const MeridianSection s1 = FitMeridianSection(in, circle.centre, circle.axis);
   starts.push_back({circle.centre, circle.axis, circle.size, s1.radius});
   AddSphereAndCylinderStarts(in, circle, starts);
