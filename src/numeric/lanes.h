@@ -1,10 +1,15 @@
-// Values of one point or of two points at once.
+// Values of one point, or of two or four points at once.
 //
 // The engine evaluates its models on plain doubles or on pairs of doubles, two points side by
 // side: with GCC and Clang a vector of two (SSE2 on x86-64, part of the baseline), elsewhere a
 // plain pair. Every lane does exactly the scalar operation (no contraction, no reassociation),
 // so a pair gives each point the bits the scalar code gives it; pairs only halve the number
 // of instructions, divisions and square roots included.
+//
+// Four lanes (DoubleQuad) are computed only inside kernels built for AVX2. Every function here
+// that takes or returns lanes by value is therefore always inlined, also in unoptimised
+// builds: called out of line from such a kernel, a four-lane value would cross between code
+// built with and without AVX, whose calling conventions for it differ.
 #ifndef METROFIT_NUMERIC_LANES_H
 #define METROFIT_NUMERIC_LANES_H
 
@@ -78,7 +83,7 @@ inline DoublePair Splat(double v) {
 
 // A constant as lanes.
 template <class T>
-inline T Filled(double v);
+METROFIT_ALWAYS_INLINE T Filled(double v);
 template <>
 inline double Filled<double>(double v) {
   return v;
@@ -101,8 +106,8 @@ inline DoublePair Sqrt(DoublePair v) {
 
 #if defined(__GNUC__) && defined(__x86_64__)
 // Four points side by side, for the kernels that run where the processor has AVX2
-// (numeric/vector_path.h). Only code built for that target computes on them; elsewhere they
-// are never evaluated.
+// (numeric/vector_path.h). Only code built for that target computes on them, always inlined
+// (see above); elsewhere they are never evaluated.
 #define METROFIT_HAS_DOUBLE_QUAD 1
 typedef double DoubleQuad __attribute__((vector_size(32)));
 
@@ -132,19 +137,23 @@ struct Vec3 {
   T x, y, z;
 
   Vec3() = default;
-  Vec3(T x_, T y_, T z_) : x(x_), y(y_), z(z_) {}
+  METROFIT_ALWAYS_INLINE Vec3(T x_, T y_, T z_) : x(x_), y(y_), z(z_) {}
 
-  Vec3 operator+(const Vec3& b) const { return Vec3(x + b.x, y + b.y, z + b.z); }
-  Vec3 operator-(const Vec3& b) const { return Vec3(x - b.x, y - b.y, z - b.z); }
-  Vec3 operator-() const { return Vec3(-x, -y, -z); }
+  METROFIT_ALWAYS_INLINE Vec3 operator+(const Vec3& b) const {
+    return Vec3(x + b.x, y + b.y, z + b.z);
+  }
+  METROFIT_ALWAYS_INLINE Vec3 operator-(const Vec3& b) const {
+    return Vec3(x - b.x, y - b.y, z - b.z);
+  }
+  METROFIT_ALWAYS_INLINE Vec3 operator-() const { return Vec3(-x, -y, -z); }
   // Scaling written s * x, as KPt3 writes it.
   template <class S>
-  Vec3 operator*(S s) const {
+  METROFIT_ALWAYS_INLINE Vec3 operator*(S s) const {
     return Vec3(s * x, s * y, s * z);
   }
   // Against a vector of doubles (a frame direction), summed left to right like KPt3::Dot.
-  T Dot(const KPt3<double>& b) const { return x * b.x + y * b.y + z * b.z; }
-  T Dot(const Vec3& b) const { return x * b.x + y * b.y + z * b.z; }
+  METROFIT_ALWAYS_INLINE T Dot(const KPt3<double>& b) const { return x * b.x + y * b.y + z * b.z; }
+  METROFIT_ALWAYS_INLINE T Dot(const Vec3& b) const { return x * b.x + y * b.y + z * b.z; }
 };
 
 inline Vec3<double> ToVec3(const KPt3<double>& p) {
@@ -164,19 +173,19 @@ METROFIT_ALWAYS_INLINE Vec3<DoubleQuad> ToVec3(const KPt3<double>& p0, const KPt
 
 // p - c for a point p of lanes and a fixed point c.
 template <class T>
-inline Vec3<T> Minus(const Vec3<T>& p, const KPt3<double>& c) {
+METROFIT_ALWAYS_INLINE Vec3<T> Minus(const Vec3<T>& p, const KPt3<double>& c) {
   return Vec3<T>(p.x - c.x, p.y - c.y, p.z - c.z);
 }
 
 // A fixed direction e scaled by s, written s * e as KPt3 writes it.
 template <class T>
-inline Vec3<T> Scale(const KPt3<double>& e, T s) {
+METROFIT_ALWAYS_INLINE Vec3<T> Scale(const KPt3<double>& e, T s) {
   return Vec3<T>(s * e.x, s * e.y, s * e.z);
 }
 
 // A fixed vector as lanes.
 template <class T>
-inline Vec3<T> Broadcast(const KPt3<double>& e);
+METROFIT_ALWAYS_INLINE Vec3<T> Broadcast(const KPt3<double>& e);
 template <>
 inline Vec3<double> Broadcast<double>(const KPt3<double>& e) {
   return ToVec3(e);
