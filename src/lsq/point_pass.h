@@ -42,7 +42,7 @@ METROFIT_ALWAYS_INLINE bool PivotPasses(const DoubleQuad& p) {
 }
 #endif
 
-// The lanes of one vector type: how many points it holds, and a value in each of them.
+// How many points a vector type of lanes holds.
 template <class V>
 struct LaneTraits;
 template <>
@@ -186,11 +186,6 @@ struct LaneSums {
     for (auto& row : N)
       for (auto& v : row) v = Filled<V>(0.0);
     for (auto& v : u) v = Filled<V>(0.0);
-  }
-
-  METROFIT_ALWAYS_INLINE void Add(const double (&A)[m][n], const double (&M)[m][m],
-                                  const double (&w)[m]) {
-    AddRows<0, n, true>(A, M, w);
   }
 
   // Rows [first, last) of N, and u when asked: a pass over a block adds N a few rows at a
