@@ -48,7 +48,7 @@ struct Setup {
   CFitInput in;
   CFitResult res = Parameters();
   metrofit::PointMoments moments;
-  metrofit::PassContext ctx{in, res, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, false, &moments};
+  metrofit::PassContext ctx{in, res, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, false, &moments, true};
   explicit Setup(int fitType) {
     in.m_points = Cloud();
     in.m_fitType = fitType;

@@ -38,9 +38,8 @@ KPt3<double> EdgeOrDefault(const KPt3<double>& edge, const KPt3<double>& fallbac
   return e.Normalize();
 }
 
-// The axis of a line or plane fit on `in`. Only the axis is kept: the fit's result, with one
-// deviation per point, is gone before the next fit makes its own. The line is fitted without
-// its straightness, which would hold a second copy of the points beside that list.
+// The axis of a line or plane fit on `in`. Only the axis is read, so the fits make neither a
+// deviation list nor a form error (the line's straightness would hold a copy of the points).
 KPt3<double> AxisOfFit(std::int32_t (*fit)(CFitInput&, CFitResult&) noexcept, CFitInput& in) {
   CFitResult result;
   fit(in, result);
@@ -66,7 +65,7 @@ CandidateAxes MakeCandidateAxes(CFitInput& in) {
   c.axis[14] = u;
 
   c.axis[15] = AxisOfFit(&FitLineAxisInternal, in);
-  c.axis[16] = AxisOfFit(&FitPlaneInternal, in);
+  c.axis[16] = AxisOfFit(&FitPlaneAxisInternal, in);
   KPt3<double> cross = c.axis[15].Cross(c.axis[16]);
   c.axis[17] = cross.Normalize();
   return c;

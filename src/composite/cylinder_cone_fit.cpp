@@ -5,10 +5,12 @@
 // The caller's input is used as the working input of every candidate run, so it ends holding
 // the state of the last candidate fitted; callers may rely on that.
 //
-// Deviations. A candidate's run appends one residual vector per point to its own result, but
-// no candidate's list ever reaches the caller: assigning a result keeps the target's own list
-// (records.h), so `out` keeps the list it came with. Each candidate's list is therefore freed as
-// soon as its run ends, and the fit holds one list at a time instead of eighteen.
+// Deviations and form errors. No candidate's deviation list ever reaches the caller: assigning
+// a result keeps the target's own list (records.h), so `out` keeps the list it came with. The
+// candidates' runs therefore make none (their residual passes still give the statistics and
+// the extremes). A candidate's form error, a pass of its own, is read only where the choice
+// compares two and for the winner, so it is measured then, from the candidate's result as its
+// run would have measured it.
 //
 // Axis point. The cylinder iteration keeps its axis point at the foot of the perpendicular from
 // the input's reference point. The candidates run with the reference point at the centroid
@@ -24,6 +26,7 @@
 #include "core/axis_foot.h"
 #include "core/constants.h"
 #include "core/driver.h"
+#include "core/form_error.h"
 #include "estimate/estimate_common.h"
 
 namespace metrofit {
@@ -109,6 +112,7 @@ namespace {
 struct Candidates {
   std::vector<CFitInput> in;
   std::vector<CFitResult> out;
+  std::array<bool, kCandidateCount> formErrorPending{};  // fitted without its form error
 };
 
 Candidates MakeCandidates(int fitType, CFitInput& in, const CFitResult& out) {
@@ -150,19 +154,35 @@ void SetAxes(int fitType, CFitInput& in, const KPt3<double>& centroid, Candidate
   }
 }
 
-void RunCandidates(int fitType, CFitInput& in, Candidates& c, CandidateLists lists,
+void RunCandidates(int fitType, CFitInput& in, Candidates& c, CandidateWork work,
                    CandidateTrace* trace) {
+  const DriverResult what = work == CandidateWork::kLean ? DriverResult::kWithoutListOrFormError
+                                                         : DriverResult::kComplete;
   for (int k = 0; k < kCandidateCount; ++k) {
     if (trace != nullptr) trace->skipped[k] = c.in[k].m_fitType == kSkippedFitType;
     if (c.in[k].m_fitType == kSkippedFitType) continue;
     in = c.in[k];
     in.m_fitType = fitType;
     if (fitType == FIT_CONE) RefineCone(in, c.out[k]);
-    if (c.out[k].m_valid == 0) RunLeastSquaresDriver(in, c.out[k]);
+    if (c.out[k].m_valid == 0) {
+      RunLeastSquaresDriver(in, c.out[k], what);
+      c.formErrorPending[k] = what != DriverResult::kComplete;
+      if (trace != nullptr) trace->formErrorMeasured[k] = what == DriverResult::kComplete;
+    }
     c.in[k] = in;
-    if (lists == CandidateLists::kFreed) std::vector<KPt3<double>>().swap(c.out[k].m_deviations);
     if (trace != nullptr) trace->fitted[k] = true;
   }
+}
+
+// Candidate k's form error, measured on first asking if its run left it out. `in` holds the
+// points and the fit type, all the measure reads besides the candidate's result.
+double FormErrorOf(const CFitInput& in, Candidates& c, int k, CandidateTrace* trace) {
+  if (c.formErrorPending[k]) {
+    ApplyFormError(in, c.out[k]);
+    c.formErrorPending[k] = false;
+    if (trace != nullptr) trace->formErrorMeasured[k] = true;
+  }
+  return c.out[k].m_formError;
 }
 
 // Moves the cylinder's axis point along the axis of its angles to the foot of the
@@ -187,8 +207,14 @@ double SmallestValidRadius(const std::vector<CFitResult>& out) {
 // candidate that is at that moment the nearest to the centroid. Falls back to the nearest
 // candidate, then to slot 2 (the start along z).
 int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<double>& c) {
+  return ChooseCandidate(fitType, out, c, [&out](int k) { return out[k].m_formError; });
+}
+
+// The form error of the candidate chosen so far is read only when a later one ties with it.
+int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<double>& c,
+                    const std::function<double(int)>& formErrorOf) {
   const double rmin = SmallestValidRadius(out);
-  double bestScore = kSentinel, bestForm = kSentinel, nearestDist = kSentinel;
+  double bestScore = kSentinel, nearestDist = kSentinel;
   int nearest = -1, chosen = -1;
   for (int k = 0; k < kCandidateCount; ++k) {
     const CFitResult& r = out[k];
@@ -203,10 +229,9 @@ int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<
       continue;
     if (r.m_sigma < bestScore - kScoreTie) {
       bestScore = r.m_sigma;
-      bestForm = r.m_formError;
       chosen = k;
-    } else if (r.m_sigma < bestScore + kScoreTie && r.m_formError < bestForm && k == nearest) {
-      bestForm = r.m_formError;
+    } else if (r.m_sigma < bestScore + kScoreTie && k == nearest &&
+               formErrorOf(k) < (chosen < 0 ? kSentinel : formErrorOf(chosen))) {
       chosen = k;
     }
   }
@@ -215,7 +240,7 @@ int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<
 }
 
 double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateTrace* trace,
-                         CandidateLists lists) {
+                         CandidateWork work) {
   if (in.m_points.size() < static_cast<std::size_t>(kMinPoints)) return 0.0;
   const KPt3<double> c = Centroid(in.m_points);
   in.m_centerParam.value = c;
@@ -230,10 +255,12 @@ double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out, CandidateT
   in.m_refPoint = c;
   Candidates cand = MakeCandidates(fitType, in, out);
   SetAxes(fitType, in, c, cand);
-  RunCandidates(fitType, in, cand, lists, trace);
+  RunCandidates(fitType, in, cand, work, trace);
   in.m_refPoint = callerRef;
-  const int chosen = ChooseCandidate(fitType, cand.out, c);
+  const auto formErrorOf = [&](int k) { return FormErrorOf(in, cand, k, trace); };
+  const int chosen = ChooseCandidate(fitType, cand.out, c, formErrorOf);
   if (trace != nullptr) trace->chosen = chosen;
+  formErrorOf(chosen);
   out = cand.out[chosen];
   if (fitType == FIT_CYLINDER) MoveAxisPointToFootFrom(callerRef, out);
   return out.m_formError;

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "composite/candidate_axes.h"
@@ -16,6 +17,8 @@ namespace metrofit {
 struct CandidateTrace {
   std::array<bool, kCandidateCount> skipped{};
   std::array<bool, kCandidateCount> fitted{};
+  // Whose form error was measured (by the candidate's run, or later for the choice).
+  std::array<bool, kCandidateCount> formErrorMeasured{};
   int chosen = -1;
 };
 
@@ -23,14 +26,16 @@ struct CandidateTrace {
 // best candidate into `out`; a cylinder's axis point is the foot of the perpendicular from the
 // caller's m_refPoint, a cone's centre its apex. Returns the chosen form error, or 0.0 for
 // fewer than 5 points.
-// What happens to each candidate's deviation list once its run ends. None reaches the caller
-// (a result assigned keeps its own list), so the fit frees them (kFreed); kKept holds all
-// eighteen until the fit returns, the plain computation that tests compare against.
-enum class CandidateLists { kFreed, kKept };
+// How much of each candidate's result is made. No candidate's deviation list reaches the
+// caller (a result assigned keeps its own list), and a candidate's form error is read only
+// where the choice compares two, and for the winner. kLean (the fits' own way) makes no lists
+// and measures a form error only when it is read; kFull makes all of every candidate's result
+// and holds it to the end, the plain computation that tests compare against.
+enum class CandidateWork { kLean, kFull };
 
 double FitCylinderOrCone(int fitType, CFitInput& in, CFitResult& out,
                          CandidateTrace* trace = nullptr,
-                         CandidateLists lists = CandidateLists::kFreed);
+                         CandidateWork work = CandidateWork::kLean);
 
 // What KFitCylinder does (it only forwards here), for fits inside the library that build on
 // it: stamps the fit type, runs FitCylinderOrCone, clears the message and returns m_valid; an
@@ -63,6 +68,11 @@ double SmallestValidRadius(const std::vector<CFitResult>& out);
 
 // Index of the winning candidate result (see the fit's selection rules).
 int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<double>& c);
+
+// The same choice with each candidate's form error read through formErrorOf(k), which is
+// asked only where two form errors are compared.
+int ChooseCandidate(int fitType, const std::vector<CFitResult>& out, const KPt3<double>& c,
+                    const std::function<double(int)>& formErrorOf);
 
 // Refines one cone candidate on the Levenberg-Marquardt core; 0 on success.
 std::int32_t RefineCone(CFitInput& in, CFitResult& out);

@@ -12,7 +12,7 @@
 // Memory. A start keeps only the few numbers it takes from its sub-fit: the sub-fit's input
 // (a copy of the points) and result (a deviation list) are gone before the next sub-fit runs.
 // No candidate's deviation list reaches the caller (assigning a result keeps the target's own
-// list), so each is freed as its run ends.
+// list), so the candidates run without one.
 #include "composite/torus_fit.h"
 
 #include <algorithm>
@@ -23,6 +23,7 @@
 #include "composite/cylinder_cone_fit.h"
 #include "core/driver.h"
 #include "core/entry_points.h"
+#include "core/form_error.h"
 #include "extended/circle_fit_ex.h"
 #include "extended/cylinder_fit_ex.h"
 
@@ -113,13 +114,14 @@ void AddThreePointStart(const CFitInput& in, std::vector<TorusStart>& starts) {
   starts.push_back({foot, three.axis, three.size, s4.radius});
 }
 
-void RunCandidate(CFitInput& in, Candidate& cand, CandidateLists lists) {
+void RunCandidate(CFitInput& in, Candidate& cand, CandidateWork work) {
   // The caller's points are lent to the candidate for its run and taken back afterwards.
   std::swap(cand.in.m_points, in.m_points);
-  RunLeastSquaresDriver(cand.in, cand.out);
+  RunLeastSquaresDriver(cand.in, cand.out,
+                        work == CandidateWork::kLean ? DriverResult::kWithoutListOrFormError
+                                                     : DriverResult::kComplete);
   std::swap(cand.in.m_points, in.m_points);
   cand.out.m_message.clear();
-  if (lists == CandidateLists::kFreed) std::vector<KPt3<double>>().swap(cand.out.m_deviations);
 }
 
 }  // namespace
@@ -162,7 +164,7 @@ std::vector<TorusStart> BuildTorusStarts(const CFitInput& in) {
   return starts;
 }
 
-std::int32_t FitTorus(CFitInput& in, CFitResult& out, CandidateLists lists) {
+std::int32_t FitTorus(CFitInput& in, CFitResult& out, CandidateWork work) {
   const CFitInput base = BaseInput(in);
   // A growable list that relocates by copy construction: a relocated result starts empty,
   // which is harmless because every candidate is added before any is run.
@@ -177,7 +179,7 @@ std::int32_t FitTorus(CFitInput& in, CFitResult& out, CandidateLists lists) {
     c.in.m_size1Param.value.z = s.minor;
     cands.push_back(c);
   }
-  for (Candidate& c : cands) RunCandidate(in, c, lists);
+  for (Candidate& c : cands) RunCandidate(in, c, work);
 
   out.m_valid = 0;
   bool taken = false;
@@ -188,6 +190,9 @@ std::int32_t FitTorus(CFitInput& in, CFitResult& out, CandidateLists lists) {
       taken = true;
     }
   }
+  // The winner's form error, as its run would have measured it: `in` now holds its settings
+  // beside the caller's points.
+  if (taken && work == CandidateWork::kLean) ApplyFormError(in, out);
   return out.m_valid;
 }
 

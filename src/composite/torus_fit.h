@@ -38,10 +38,10 @@ struct TorusStart {
 // order they are tried. Exposed so the construction can be observed.
 std::vector<TorusStart> BuildTorusStarts(const CFitInput& in);
 
-// The fit; `lists` says whether each candidate's deviation list is freed after its run (the
-// fit's own way) or kept to the end (the plain computation, for tests): the same result.
-std::int32_t FitTorus(CFitInput& in, CFitResult& out,
-                      CandidateLists lists = CandidateLists::kFreed);
+// The fit; `work` says whether the candidates run without deviation lists, the winner's form
+// error measured once chosen (the fit's own way), or make all of their results and hold them
+// to the end (the plain computation, for tests): the same result.
+std::int32_t FitTorus(CFitInput& in, CFitResult& out, CandidateWork work = CandidateWork::kLean);
 
 // What KFitTorus does (it only forwards here), for fits inside the library that build on it:
 // stamps the fit type, runs FitTorus; an exception becomes m_valid = 0 and a return of 0.

@@ -18,6 +18,7 @@
 
 #include "core/constants.h"
 #include "core/form_error.h"
+#include "lsq/best_fit.h"
 
 namespace metrofit {
 namespace {
@@ -226,7 +227,8 @@ void RunLeastSquaresDriver(CFitInput& in, CFitResult& out, DriverResult what) {
     return;
   }
   if (layout != nullptr) WriteConstraints(in, *layout, w.get(), v.get());
-  in.BestFit(out, w.get(), v.get());
+  RunBestFit(in, out, w.get(), v.get(),
+             what == DriverResult::kComplete ? DeviationList::kAppended : DeviationList::kNotKept);
   w.Release();
   v.Release();
 

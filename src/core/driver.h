@@ -17,9 +17,12 @@ const DriverLayout* DriverLayoutFor(int fitType);
 void AxisToStartAngles(CFitInput& in);
 
 // How much of the result a fit inside the library needs: all of it (every entry point), or
-// all but the form error, for a fit that only proposes a start axis. The form error is
-// measured last and changes nothing else; the line's needs a scratch copy of the points.
-enum class DriverResult { kComplete, kWithoutFormError };
+// all but the deviation list and the form error, for a fit that only proposes a start axis or
+// competes as one candidate among several. Both are made after the iteration and change
+// nothing else (the extremes of the deviations are still reported); the list takes one vector
+// per point, the line's form error a scratch copy of the points. The form error can be
+// measured later from the result (ApplyFormError), as the full fit would have measured it.
+enum class DriverResult { kComplete, kWithoutListOrFormError };
 
 // Runs one least-squares fit of in.m_fitType; success is out.m_valid.
 void RunLeastSquaresDriver(CFitInput& in, CFitResult& out,

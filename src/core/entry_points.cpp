@@ -105,7 +105,7 @@ std::int32_t metrofit::FitLineAxisInternal(CFitInput& in, CFitResult& out) noexc
   return Guarded(out, [&]() -> std::int32_t {
     in.m_fitType = FIT_LINE;
     if (in.m_points.size() == 2) return TwoPointLine(in, out);
-    return RunDriver(in, out, FIT_LINE, DriverResult::kWithoutFormError);
+    return RunDriver(in, out, FIT_LINE, DriverResult::kWithoutListOrFormError);
   });
 }
 
@@ -116,6 +116,11 @@ std::int32_t KFitLine(CFitInput& in, CFitResult& out) {
 // Leaves any earlier message in place.
 std::int32_t metrofit::FitPlaneInternal(CFitInput& in, CFitResult& out) noexcept {
   return Guarded(out, [&]() { return RunDriver(in, out, FIT_PLANE); });
+}
+
+std::int32_t metrofit::FitPlaneAxisInternal(CFitInput& in, CFitResult& out) noexcept {
+  return Guarded(
+      out, [&]() { return RunDriver(in, out, FIT_PLANE, DriverResult::kWithoutListOrFormError); });
 }
 
 std::int32_t KFitPlane(CFitInput& in, CFitResult& out) {

@@ -15,9 +15,10 @@ std::int32_t FitLineInternal(CFitInput& in, CFitResult& out) noexcept;
 std::int32_t FitPlaneInternal(CFitInput& in, CFitResult& out) noexcept;
 std::int32_t FitSphereInternal(CFitInput& in, CFitResult& out) noexcept;
 
-// FitLineInternal without the straightness: every other field, and the input, as it leaves
-// them. For fits that take only the line's axis as a start.
+// FitLineInternal and FitPlaneInternal without the deviation list and the form error: every
+// other field, and the input, as they leave them. For fits that take only the axis as a start.
 std::int32_t FitLineAxisInternal(CFitInput& in, CFitResult& out) noexcept;
+std::int32_t FitPlaneAxisInternal(CFitInput& in, CFitResult& out) noexcept;
 
 }  // namespace metrofit
 

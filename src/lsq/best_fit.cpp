@@ -18,6 +18,8 @@
 // Singular systems are not detected: a vanishing pivot stops an inversion, the partly inverted
 // matrix is used as it stands, and the failure shows as divergence, the iteration limit or
 // meaningless numbers.
+#include "lsq/best_fit.h"
+
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -173,7 +175,9 @@ void Finish(const ShapeDescription& shape, PassContext& ctx, double** constraint
   res.m_sigma = std::sqrt(sums.squares / (count > 1 ? points - 1.0 : 1.0));
   res.m_rms = std::sqrt(sums.squares / points);
   res.m_formError = res.m_rms;  // provisional; the driver puts the shape's own measure here
-  if (res.m_deviations.empty()) smallest = largest = kEmptyListExtreme;
+  // The list the caller would see: empty only if it was and this pass added nothing.
+  const bool emptyList = res.m_deviations.empty() && (ctx.appendDeviations || count == 0);
+  if (emptyList) smallest = largest = kEmptyListExtreme;
   res.m_minDeviation = smallest;
   res.m_maxDeviation = largest;
 }
@@ -181,13 +185,18 @@ void Finish(const ShapeDescription& shape, PassContext& ctx, double** constraint
 }  // namespace
 
 void CFitInput::BestFit(CFitResult& result, double** constraints, double** params) {
-  const std::size_t points = m_points.size();
+  metrofit::RunBestFit(*this, result, constraints, params, metrofit::DeviationList::kAppended);
+}
+
+void metrofit::RunBestFit(CFitInput& in, CFitResult& result, double** constraints, double** params,
+                          DeviationList list) {
+  const std::size_t points = in.m_points.size();
   result.m_iterations = 0;
   result.m_objective = kInitialObjective;
   result.m_valid = 1;
 
   // A code outside 0..8 runs with no unknowns, no estimator and no model.
-  const ShapeDescription* shape = &metrofit::EngineShapeFor(m_fitType);
+  const ShapeDescription* shape = &metrofit::EngineShapeFor(in.m_fitType);
   const int n = shape->engine.parameters;
   Work k(n);
   if (!k.Ok()) {
@@ -197,13 +206,13 @@ void CFitInput::BestFit(CFitResult& result, double** constraints, double** param
   }
 
   mCopyMatrix(k.x0, params, n, 1);
-  if (shape->estimate != nullptr) (this->*shape->estimate)(result, constraints, k.x0);
+  if (shape->estimate != nullptr) (in.*shape->estimate)(result, constraints, k.x0);
   metrofit::PointMoments moments;
-  PassContext ctx{*this, result, {}, false, &moments};
+  PassContext ctx{in, result, {}, false, &moments, list == DeviationList::kAppended};
   // The only place m_axis is written: the estimate's axis. The driver derives the final one.
   // A sphere has no orientation: its axis stays as the caller seeded it.
-  if (m_fitType != FIT_SPHERE) {
-    UpdateRotation(m_fitType, result, ctx.rotation);
+  if (in.m_fitType != FIT_SPHERE) {
+    UpdateRotation(in.m_fitType, result, ctx.rotation);
     result.m_axis = Pt(ctx.rotation[2][0], ctx.rotation[2][1], ctx.rotation[2][2]);
   }
   const std::uint64_t r = Redundancy(points, shape->engine.offset, n, constraints, params);
@@ -223,13 +232,13 @@ void CFitInput::BestFit(CFitResult& result, double** constraints, double** param
     const double previous = result.m_objective;
     result.m_objective = 0.0;
 
-    shape->writeParameters(*this, result, k.x);
-    UpdateRotation(m_fitType, result, ctx.rotation);
+    shape->writeParameters(in, result, k.x);
+    UpdateRotation(in.m_fitType, result, ctx.rotation);
     Accumulate(*shape, ctx, k);
     ApplyPrior(constraints, params, n, k);
     const double delta = TakeStep(n, k);
 
-    if (Converged(m_fitType, r, delta, previous, rel, result)) break;
+    if (Converged(in.m_fitType, r, delta, previous, rel, result)) break;
     // delta > kMaxStep is false for a NaN step, which then runs into the iteration limit.
     if (result.m_iterations > kMaxIterations || delta > kMaxStep) stop = true;
   }

@@ -99,7 +99,7 @@ struct MomentPass {
     const KPt3<double> origin = Shape::Origin(ctx.res);
     const auto& points = ctx.in.m_points;
     auto& out = ctx.res.m_deviations;
-    out.reserve(out.size() + points.size());
+    if (ctx.appendDeviations) out.reserve(out.size() + points.size());
     ResidualSums sums;
     for (const KPt3<double>& p : points) {
       const KPt3<double> d = p - origin;
@@ -107,7 +107,7 @@ struct MomentPass {
       for (int k = 0; k < m; ++k) w[k] = rows.w0[k] + rows.W[k].Dot(d);
       const KPt3<double> v = Residual<m>(rows.B, M, w);
       sums.Add(v);
-      out.push_back(v);
+      if (ctx.appendDeviations) out.push_back(v);
     }
     sums.Finish();
     return sums;

@@ -351,7 +351,7 @@ struct PointPass {
     const std::size_t count = ctx.in.m_points.size();
     auto& out = ctx.res.m_deviations;
     // One growth of the caller's list for the whole pass, none per point.
-    out.reserve(out.size() + count);
+    if (ctx.appendDeviations) out.reserve(out.size() + count);
     ResidualSums sums;
     Block block;
     for (std::size_t first = 0; first < count; first += kBlockSize) {
@@ -360,7 +360,7 @@ struct PointPass {
       for (int i = 0; i < size; ++i) {
         const KPt3<double> v = Residual(block.lin[i].B, block.M[i], block.lin[i].w);
         sums.Add(v);
-        out.push_back(v);
+        if (ctx.appendDeviations) out.push_back(v);
       }
     }
     sums.Finish();

@@ -104,14 +104,16 @@ struct PointMoments;
 
 // What one pass over the points reads: the input, the result holding the current parameters,
 // the rotation of the current three angles (for probe compensation), whether the fit has no
-// redundancy (the variance factor is then 1), and the point moments of the line and plane,
-// gathered on their first pass and reused after.
+// redundancy (the variance factor is then 1), the point moments of the line and plane,
+// gathered on their first pass and reused after, and whether the residual pass appends to the
+// result's deviation list (lsq/best_fit.h).
 struct PassContext {
   const CFitInput& in;
   CFitResult& res;
   double rotation[3][3];
   bool noRedundancy;
   PointMoments* moments;
+  bool appendDeviations;
 };
 
 struct ShapeDescription {
@@ -125,7 +127,7 @@ struct ShapeDescription {
   void (*writeParameters)(const CFitInput& in, CFitResult& res, double** x);
   // One pass: the normal equations at the parameters held in ctx.res.
   void (*accumulate)(PassContext& ctx, NormalSums& sums);
-  // The residual pass: appends one residual vector per point.
+  // The residual pass: one residual vector per point, appended to the list when asked.
   ResidualSums (*residuals)(PassContext& ctx);
   // The model at one point into row-pointer matrices (Q diagonal, B, A, w), for callers
   // outside the engine's loop.

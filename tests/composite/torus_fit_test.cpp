@@ -316,22 +316,23 @@ TEST(TorusCandidates, EqualRmsKeepsTheEarlierCandidate) {
 // After the fit the caller's input is the winning candidate's: fit type 8, the start modes and
 // the start values of that candidate (and the angles the driver derived from its axis); the
 // points stay the caller's. The winner is the first valid candidate with the smallest RMS.
-// No candidate's deviation list reaches the caller, so the fit frees each after its run: the
-// result, deviations included, and the input left behind must be those of the plain
-// computation that keeps them all, bit for bit; into a fresh result and one holding a list.
-TEST(TorusCandidates, FreeingEachCandidatesListChangesNothing) {
+// No candidate's deviation list reaches the caller, so the candidates run without one and
+// only the winner's form error is measured: the result, deviations included, and the input
+// left behind must be those of the plain computation that makes and keeps everything, bit for
+// bit; into a fresh result and one holding a list.
+TEST(TorusCandidates, LeanCandidatesChangeNothing) {
   const TorusData d = TiltedNoisyTorus(64);
   for (bool fresh : {true, false}) {
     SCOPED_TRACE(fresh ? "fresh result" : "result holding a list");
     CFitInput in[2];
     CFitResult out[2];
-    const metrofit::CandidateLists lists[2] = {metrofit::CandidateLists::kKept,
-                                               metrofit::CandidateLists::kFreed};
+    const metrofit::CandidateWork work[2] = {metrofit::CandidateWork::kFull,
+                                             metrofit::CandidateWork::kLean};
     for (int k = 0; k < 2; ++k) {
       in[k].m_points = d.points;
       in[k].m_fitType = FIT_TORUS;
       if (!fresh) out[k].m_deviations = {Pt(1, 2, 3)};
-      ASSERT_EQ(metrofit::FitTorus(in[k], out[k], lists[k]), 1);
+      ASSERT_EQ(metrofit::FitTorus(in[k], out[k], work[k]), 1);
     }
     const auto same = [](double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; };
     const auto samePoint = [&](const Pt& a, const Pt& b) {

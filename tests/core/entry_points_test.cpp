@@ -277,43 +277,62 @@ TEST(EntryPoints, PointReportsReferencePointAndGivenFigures) {
   EXPECT_EQ(in.m_fitType, FIT_CONE);
 }
 
-// The start axis of the cylinder and cone fits comes from a line fit without its
-// straightness. Everything else it leaves, in the result and in the input, must be the full
-// line fit's, bit for bit; only the form error is not measured.
-TEST(EntryPoints, LineFitWithoutStraightnessLeavesAllElseAsTheFullFit) {
+// The start axes of the cylinder and cone fits come from line and plane fits without their
+// deviation lists and form errors. Everything else they leave, in the result and in the input,
+// must be the full fit's, bit for bit, the extremes of the deviations included.
+TEST(EntryPoints, AxisFitsWithoutListOrFormErrorLeaveAllElseAsTheFullFit) {
   std::mt19937_64 rng(31);
   std::normal_distribution<double> noise(0.0, 0.003);
   const auto same = [](double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; };
   const auto samePoint = [&](const P& a, const P& b) {
     return same(a.x, b.x) && same(a.y, b.y) && same(a.z, b.z);
   };
+  using Fit = std::int32_t (*)(CFitInput&, CFitResult&) noexcept;
+  const struct {
+    Fit full, lean;
+  } fits[2] = {{&metrofit::FitLineInternal, &metrofit::FitLineAxisInternal},
+               {&metrofit::FitPlaneInternal, &metrofit::FitPlaneAxisInternal}};
   for (int trial = 0; trial < 5; ++trial) {
     std::vector<P> pts;
     const P c(300.0 + 50 * trial, -420.0, 150.0 * trial);
     const P a = P(0.3, -0.5 + 0.2 * trial, 0.8) * (1.0 / P(0.3, -0.5 + 0.2 * trial, 0.8).Length());
+    const P b = a.Cross(P(0.0, 0.0, 1.0)) * (1.0 / a.Cross(P(0.0, 0.0, 1.0)).Length());
     for (int i = 0; i < 200 + 300 * trial; ++i) {
       const double t = -40.0 + 80.0 * (i % 97) / 97.0;
+      const double spread = 5.0 * (i % 7);  // across the line: a plane's second direction
       pts.push_back(c + a * t + P(noise(rng), noise(rng), noise(rng)));
+      pts.push_back(c + a * t + b * spread + P(noise(rng), noise(rng), noise(rng)));
     }
-    CFitInput full, lean;
-    full.m_points = lean.m_points = pts;
-    full.m_refPoint = lean.m_refPoint = c;
-    CFitResult fullOut, leanOut;
-    fullOut.m_formError = leanOut.m_formError = -3.0;
-    ASSERT_EQ(metrofit::FitLineInternal(full, fullOut), 1);
-    ASSERT_EQ(metrofit::FitLineAxisInternal(lean, leanOut), 1);
-    EXPECT_GT(fullOut.m_formError, 0.0);
-    EXPECT_EQ(leanOut.m_formError, fullOut.m_rms);  // the engine's provisional value stays
-    EXPECT_TRUE(samePoint(leanOut.m_axis, fullOut.m_axis)) << trial;
-    EXPECT_TRUE(samePoint(leanOut.m_center, fullOut.m_center));
-    EXPECT_TRUE(samePoint(leanOut.m_angles, fullOut.m_angles));
-    EXPECT_TRUE(same(leanOut.m_sigma, fullOut.m_sigma));
-    EXPECT_TRUE(same(leanOut.m_minDeviation, fullOut.m_minDeviation));
-    EXPECT_TRUE(same(leanOut.m_maxDeviation, fullOut.m_maxDeviation));
-    EXPECT_EQ(leanOut.m_iterations, fullOut.m_iterations);
-    EXPECT_EQ(leanOut.m_deviations.size(), fullOut.m_deviations.size());
-    EXPECT_EQ(lean.m_fitType, full.m_fitType);
-    EXPECT_EQ(lean.m_angleParam.value, full.m_angleParam.value);
+    for (int f = 0; f < 2; ++f) {
+      SCOPED_TRACE(::testing::Message() << "trial " << trial << (f == 0 ? ", line" : ", plane"));
+      CFitInput full, lean;
+      if (f == 0) {
+        for (std::size_t i = 0; i < pts.size(); i += 2) full.m_points.push_back(pts[i]);
+      } else {
+        full.m_points = pts;
+      }
+      lean.m_points = full.m_points;
+      full.m_refPoint = lean.m_refPoint = c;
+      CFitResult fullOut, leanOut;
+      fullOut.m_formError = leanOut.m_formError = -3.0;
+      ASSERT_EQ(fits[f].full(full, fullOut), 1);
+      ASSERT_EQ(fits[f].lean(lean, leanOut), 1);
+      EXPECT_GT(fullOut.m_formError, 0.0);
+      EXPECT_EQ(leanOut.m_formError, fullOut.m_rms);  // the engine's provisional value stays
+      EXPECT_TRUE(samePoint(leanOut.m_axis, fullOut.m_axis));
+      EXPECT_TRUE(samePoint(leanOut.m_center, fullOut.m_center));
+      EXPECT_TRUE(samePoint(leanOut.m_angles, fullOut.m_angles));
+      EXPECT_TRUE(same(leanOut.m_sigma, fullOut.m_sigma));
+      EXPECT_TRUE(same(leanOut.m_objective, fullOut.m_objective));
+      EXPECT_TRUE(same(leanOut.m_minDeviation, fullOut.m_minDeviation));
+      EXPECT_TRUE(same(leanOut.m_maxDeviation, fullOut.m_maxDeviation));
+      EXPECT_GT(fullOut.m_maxDeviation, 0.0);
+      EXPECT_EQ(leanOut.m_iterations, fullOut.m_iterations);
+      EXPECT_EQ(fullOut.m_deviations.size(), full.m_points.size());
+      EXPECT_TRUE(leanOut.m_deviations.empty());
+      EXPECT_EQ(lean.m_fitType, full.m_fitType);
+      EXPECT_EQ(lean.m_angleParam.value, full.m_angleParam.value);
+    }
   }
 }
 

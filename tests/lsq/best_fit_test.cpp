@@ -8,11 +8,14 @@
 //
 // Data are at measuring-machine scale: centres about 500 mm from the origin, tilted axes,
 // micrometre noise.
+#include "lsq/best_fit.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -198,11 +201,18 @@ struct Fit {
     lsq_test::SetParams(in.m_fitType, x, res);
     if (in.m_fitType != FIT_SPHERE && in.m_fitType != FIT_PLANE) res.m_axis = AxisOf(x[3], x[4]);
   }
-  void Run() { in.BestFit(res, C.get(), V.get()); }
+  void Run() {
+    if (list == metrofit::DeviationList::kAppended) {
+      in.BestFit(res, C.get(), V.get());
+    } else {
+      metrofit::RunBestFit(in, res, C.get(), V.get(), list);
+    }
+  }
   std::vector<double> Params() const { return lsq_test::ParamsOf(in.m_fitType, res); }
   int type() const { return in.m_fitType; }
 
   CFitInput in;
+  metrofit::DeviationList list = metrofit::DeviationList::kAppended;
   CFitResult res;
   int n;
   Matrix C, V;
@@ -656,6 +666,41 @@ TEST(BestFit, ResidualVectorsAndStatistics) {
   EXPECT_EQ(f.res.m_formError, f.res.m_rms);
   EXPECT_EQ(f.res.m_minDeviation, lo);
   EXPECT_EQ(f.res.m_maxDeviation, hi);
+}
+
+// A fit inside the library that never hands its deviation list on runs without one. Every
+// other field must be the full fit's, bit for bit: the extremes of the deviations still cover
+// the entries the result held before (here one longer and one shorter than any residual), and
+// the list the result held stays as it was. Point passes and moment passes, noisy data.
+TEST(BestFit, WithoutTheListEverythingElseIsTheFullFits) {
+  const auto same = [](double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; };
+  const std::vector<Pt> earlier = {Pt(3.0, 0.0, 0.0), Pt(0.0, 1e-9, 0.0)};
+  for (int type :
+       {FIT_LINE, FIT_PLANE, FIT_CIRCLE, FIT_SPHERE, FIT_CYLINDER, FIT_CONE, FIT_TORUS}) {
+    for (bool fresh : {true, false}) {
+      SCOPED_TRACE(::testing::Message()
+                   << "type " << type << (fresh ? ", fresh" : ", earlier list"));
+      Fit full(type), lean(type);
+      lean.list = metrofit::DeviationList::kNotKept;
+      if (!fresh) full.res.m_deviations = lean.res.m_deviations = earlier;
+      RunShape(full, 40, kNoise, 700 + type);
+      RunShape(lean, 40, kNoise, 700 + type);
+      ASSERT_EQ(full.res.m_valid, 1);
+      EXPECT_EQ(lean.res.m_valid, 1);
+      EXPECT_EQ(lean.res.m_iterations, full.res.m_iterations);
+      EXPECT_EQ(lean.Params(), full.Params());
+      for (auto field :
+           {&CFitResult::m_sigma, &CFitResult::m_rms, &CFitResult::m_formError,
+            &CFitResult::m_minDeviation, &CFitResult::m_maxDeviation, &CFitResult::m_objective})
+        EXPECT_TRUE(same(lean.res.*field, full.res.*field)) << lean.res.*field;
+      EXPECT_EQ(full.res.m_deviations.size(), (fresh ? 0u : earlier.size()) + 40u);
+      EXPECT_EQ(lean.res.m_deviations, fresh ? std::vector<Pt>() : earlier);
+      if (!fresh) {
+        EXPECT_EQ(full.res.m_maxDeviation, 3.0);
+        EXPECT_EQ(full.res.m_minDeviation, 1e-9);
+      }
+    }
+  }
 }
 
 // m_axis is written once, from the angles the estimator left; the sphere keeps all three

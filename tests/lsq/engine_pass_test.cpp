@@ -84,7 +84,7 @@ NormalSums Accumulate(int type, const std::vector<Pt>& pts, CFitResult& r, bool 
   in.m_fitType = type;
   in.m_probeRadius = probe;
   PointMoments moments;
-  PassContext ctx{in, r, {}, noRedundancy, &moments};
+  PassContext ctx{in, r, {}, noRedundancy, &moments, true};
   double m9[9];
   ConvertAnglesToMatrix(r.m_angles.x, r.m_angles.y, r.m_angles.z, m9);
   for (int i = 0; i < 3; ++i)
@@ -175,7 +175,7 @@ void ExpectResidualsOfThePlainEvaluation() {
     in.m_points = pts;
     in.m_fitType = type;
     PointMoments moments;
-    PassContext ctx{in, r, {}, false, &moments};
+    PassContext ctx{in, r, {}, false, &moments, true};
     const metrofit::ResidualSums sums = ShapeFor(type)->residuals(ctx);
     const lsq_test::ReferenceSums ref = lsq_test::ReferencePass(type, pts, r, false);
     ASSERT_EQ(r.m_deviations.size(), pts.size());
@@ -329,7 +329,7 @@ TEST(EnginePass, MomentsAreGatheredOnTheFirstPassOnly) {
   in.m_fitType = FIT_PLANE;
   CFitResult r;
   PointMoments moments;
-  PassContext ctx{in, r, {}, false, &moments};
+  PassContext ctx{in, r, {}, false, &moments, true};
   NormalSums first, second;
   ShapeFor(FIT_PLANE)->accumulate(ctx, first);
   EXPECT_TRUE(moments.ready);
