@@ -2,6 +2,7 @@
 // axes, duplicate starts, size starts and the choice among candidate results.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -85,6 +86,38 @@ TEST(CylinderConeFit, TiedScoresGoToSmallerFormOnlyWhenNearestSoFar) {
   EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g), 1);
   out[1].m_formError = 0.3;  // nearest, but a larger form: not taken
   EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g), 0);
+}
+
+// The fit measures a candidate's form error only when the choice reads it: where a tie
+// compares the nearest candidate with the one chosen so far. The choice must be the one made
+// from form errors all known, and nothing else may be asked.
+TEST(CylinderConeFit, FormErrorsAreReadOnlyWhereATieComparesThem) {
+  const KPt3<double> g(0, 0, 0);
+  auto out = InvalidResults();
+  out[0] = ValidResult(0.0, 0.2, 5.0, {1, 0, 0});
+  out[3] = ValidResult(0.0, 0.1, 5.0, {0.5, 0, 0});  // tie, nearest: compared with slot 0
+  out[5] = ValidResult(0.0, 0.05, 5.0, {2, 0, 0});   // tie, not nearest: never compared
+  out[7] = ValidResult(1e-3, 0.01, 5.0, {0, 0, 0});  // nearest, but no tie
+  std::vector<int> asked;
+  const std::vector<CFitResult>* set = &out;
+  const auto formErrorOf = [&](int k) {
+    asked.push_back(k);
+    return (*set)[k].m_formError;
+  };
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g, formErrorOf), 3);
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, out, g), 3);
+  std::sort(asked.begin(), asked.end());
+  asked.erase(std::unique(asked.begin(), asked.end()), asked.end());
+  EXPECT_EQ(asked, (std::vector<int>{0, 3}));
+
+  // Without ties no form error is read at all.
+  auto plain = InvalidResults();
+  plain[1] = ValidResult(2e-3, 0.2, 5.0, {1, 0, 0});
+  plain[4] = ValidResult(1e-3, 0.3, 5.0, {0.5, 0, 0});
+  asked.clear();
+  set = &plain;
+  EXPECT_EQ(ChooseCandidate(FIT_CYLINDER, plain, g, formErrorOf), 4);
+  EXPECT_TRUE(asked.empty());
 }
 
 TEST(CylinderConeFit, EqualScoresOfOrdinarySizeAreNoTie) {
