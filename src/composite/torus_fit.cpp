@@ -9,10 +9,12 @@
 // Each start runs the full least-squares torus fit; the smallest RMS wins, ties keep the
 // earlier candidate.
 //
-// Memory. A start keeps only the few numbers it takes from its sub-fit: the sub-fit's input
-// (a copy of the points) and result (a deviation list) are gone before the next sub-fit runs.
-// No candidate's deviation list reaches the caller (assigning a result keeps the target's own
-// list), so the candidates run without one.
+// Memory. The sub-fits of all the points borrow the caller's points instead of copying them,
+// and a start keeps only the few numbers it takes from its sub-fit: the sub-fit's result is
+// gone before the next sub-fit runs. A meridian section's circle refinement makes its copy of
+// the section from the caller's points again, after the section's own points are freed (the
+// section is never held twice). No candidate's deviation list reaches the caller (assigning a
+// result keeps the target's own list), so the candidates run without one.
 #include "composite/torus_fit.h"
 
 #include <algorithm>
@@ -35,9 +37,9 @@ constexpr int kStartMode = 2;
 // Points taken by the three-point circle start.
 constexpr std::size_t kThreePointStart = 3;
 
-// A sub-fit's own input: the caller's settings and its first `count` points (all by default),
-// never steered by its reference direction.
-CFitInput SubFitInput(const CFitInput& in, std::size_t count = SIZE_MAX) {
+// A sub-fit's own input: the caller's settings and its first `count` points, never steered by
+// its reference direction.
+CFitInput SubFitInput(const CFitInput& in, std::size_t count) {
   CFitInput sub(in);
   const std::size_t n = std::min(count, in.m_points.size());
   sub.m_points.assign(in.m_points.begin(), in.m_points.begin() + static_cast<std::ptrdiff_t>(n));
@@ -53,12 +55,28 @@ struct SubFit {
   double size = 0.0;
 };
 
-SubFit RunSubFit(std::int32_t (*fit)(CFitInput&, CFitResult&) noexcept, const CFitInput& in,
-                 std::size_t count = SIZE_MAX) {
-  CFitInput sub = SubFitInput(in, count);
+using SubFitFunction = std::int32_t (*)(CFitInput&, CFitResult&) noexcept;
+
+SubFit Taken(std::int32_t returned, const CFitResult& out) {
+  return {returned, out.m_valid, out.m_center, out.m_axis, out.m_size1.x};
+}
+
+// A sub-fit of all the caller's points. They are lent to it, not copied, and taken back when
+// it returns: none of the sub-fits writes to the points of its input.
+SubFit RunSubFit(SubFitFunction fit, CFitInput& in) {
+  CFitInput sub = SubFitInput(in, 0);
+  std::swap(sub.m_points, in.m_points);
   CFitResult out;
   const std::int32_t returned = fit(sub, out);
-  return {returned, out.m_valid, out.m_center, out.m_axis, out.m_size1.x};
+  std::swap(sub.m_points, in.m_points);
+  return Taken(returned, out);
+}
+
+// A sub-fit of the caller's first `count` points, on a copy of them.
+SubFit RunSubFitOnFirst(SubFitFunction fit, const CFitInput& in, std::size_t count) {
+  CFitInput sub = SubFitInput(in, count);
+  CFitResult out;
+  return Taken(fit(sub, out), out);
 }
 
 KPt3<double> UnitOrZero(const KPt3<double>& v) {
@@ -87,7 +105,7 @@ CFitInput BaseInput(const CFitInput& in) {
   return base;
 }
 
-void AddSphereAndCylinderStarts(const CFitInput& in, const SubFit& circle,
+void AddSphereAndCylinderStarts(CFitInput& in, const SubFit& circle,
                                 std::vector<TorusStart>& starts) {
   const SubFit sphere = RunSubFit(&FitSphereInternal, in);
   if (sphere.returned == 0) return;
@@ -107,7 +125,7 @@ void AddSphereAndCylinderStarts(const CFitInput& in, const SubFit& circle,
 }
 
 void AddThreePointStart(const CFitInput& in, std::vector<TorusStart>& starts) {
-  const SubFit three = RunSubFit(&FitCircleExForStart, in, kThreePointStart);
+  const SubFit three = RunSubFitOnFirst(&FitCircleExForStart, in, kThreePointStart);
   if (three.valid == 0) return;
   const MeridianSection s4 = FitMeridianSection(in, three.centre, three.axis);
   const KPt3<double> foot = FootOnLine(three.centre, three.axis, s4.centre);
@@ -140,21 +158,26 @@ KPt3<double> MeridianDirection(const KPt3<double>& u) {
 MeridianSection FitMeridianSection(const CFitInput& in, const KPt3<double>& c,
                                    const KPt3<double>& u) {
   const KPt3<double> t = MeridianDirection(u);
-  CFitInput sub(in);
-  sub.m_useReference = false;
-  sub.m_points.reserve(in.m_points.size());
-  for (const auto& p : in.m_points) {
+  const auto section = [&in, &c, &u, &t](std::int32_t i) {
+    const KPt3<double>& p = in.m_points[static_cast<std::size_t>(i)];
     const double h = (p - c).Dot(u);
     const double rho = (p - FootOnLine(c, u, p)).Length();
     const double side = h > 0.0 ? 1.0 : -1.0;
-    sub.m_points.push_back(c + u * (side * std::fabs(h)) + t * rho);
-  }
+    return c + u * (side * std::fabs(h)) + t * rho;
+  };
+  CFitInput sub(in);
+  sub.m_useReference = false;
+  const auto count = static_cast<std::int32_t>(in.m_points.size());
+  sub.m_points.reserve(in.m_points.size());
+  for (std::int32_t i = 0; i < count; ++i) sub.m_points.push_back(section(i));
+  // The section's points serve this circle alone: the refinement makes its copy from the
+  // section again once they are freed, so the points are never held twice.
   CFitResult circle;
-  FitCircleExForStart(sub, circle);
+  FitCircleExForStartRemaking(sub, circle, section);
   return {circle.m_center, circle.m_axis, circle.m_size1.x};
 }
 
-std::vector<TorusStart> BuildTorusStarts(const CFitInput& in) {
+std::vector<TorusStart> BuildTorusStarts(CFitInput& in) {
   std::vector<TorusStart> starts;
   const SubFit circle = RunSubFit(&FitCircleExForStart, in);
   const MeridianSection s1 = FitMeridianSection(in, circle.centre, circle.axis);

@@ -35,8 +35,9 @@ struct TorusStart {
 };
 
 // The starts the torus fit builds from circle, sphere, cylinder and three-point fits, in the
-// order they are tried. Exposed so the construction can be observed.
-std::vector<TorusStart> BuildTorusStarts(const CFitInput& in);
+// order they are tried. Exposed so the construction can be observed. The points of `in` are
+// lent to the sub-fits and are back in place when it returns; nothing else of it changes.
+std::vector<TorusStart> BuildTorusStarts(CFitInput& in);
 
 // The fit; `work` says whether the candidates run without deviation lists, the winner's form
 // error measured once chosen (the fit's own way), or make all of their results and hold them

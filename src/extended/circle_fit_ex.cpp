@@ -18,6 +18,8 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <utility>
+#include <vector>
 
 #include "core/driver.h"
 #include "extended/plane_frame.h"
@@ -139,12 +141,11 @@ ExtendedStatus MapInPlaneFailure(NumericStatus status) {
   return ExtendedStatus::kResourceFailure;
 }
 
-ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* points,
-                           double* deviations) {
-  numeric::UniquePointSet copy;
-  if (numeric::CentredCopy(n, points, record, true, copy) != NumericStatus::kOk) {
-    return ExtendedStatus::kResourceFailure;
-  }
+namespace {
+
+// The fit after the centred copy (the centroid in record[0..2]) is made.
+ExtendedStatus FitCircleExOnCopy(double* record, std::int32_t n, numeric::UniquePointSet copy,
+                                 double* deviations) {
   const numeric::UniqueVector plane(numeric::CreateVector(kPlaneParams));
   const numeric::UniqueVector x(numeric::CreateVector(kCircleParams));
   if (!plane || !x) return ExtendedStatus::kResourceFailure;
@@ -216,13 +217,39 @@ ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* p
   return ExtendedStatus::kOk;
 }
 
+template <class Points>
+ExtendedStatus FitCircleExFrom(double* record, std::int32_t n, const Points& points,
+                               double* deviations) {
+  numeric::UniquePointSet copy;
+  if (numeric::CentredCopy(n, points, record, true, copy) != NumericStatus::kOk) {
+    return ExtendedStatus::kResourceFailure;
+  }
+  return FitCircleExOnCopy(record, n, std::move(copy), deviations);
+}
+
+}  // namespace
+
+ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* points,
+                           double* deviations) {
+  return FitCircleExFrom(record, n, points, deviations);
+}
+
+ExtendedStatus FitCircleEx(double* record, std::int32_t n, const PointSource& points,
+                           double* deviations) {
+  return FitCircleExFrom(record, n, points, deviations);
+}
+
 }  // namespace metrofit
 
 namespace {
 
-enum class StartList { kKept, kFreed };
+// The whole fit (the entry point), or a fit for a start (no list from the least-squares
+// start); `remake`, when given, makes the input's points again for the refinement, which
+// then runs after they are freed.
+enum class CircleExUse { kFull, kStart };
 
-std::int32_t FitCircleExWith(CFitInput& in, CFitResult& out, StartList list) noexcept {
+std::int32_t FitCircleExWith(CFitInput& in, CFitResult& out, CircleExUse use,
+                             const metrofit::PointSource* remake = nullptr) noexcept {
   using namespace metrofit;
   try {
     in.m_fitType = FIT_CIRCLE;
@@ -234,8 +261,9 @@ std::int32_t FitCircleExWith(CFitInput& in, CFitResult& out, StartList list) noe
     }
 
     if (n > 2) {
-      RunLeastSquaresDriver(in, out);
-      if (list == StartList::kFreed) std::vector<KPt3<double>>().swap(out.m_deviations);
+      RunLeastSquaresDriver(in, out,
+                            use == CircleExUse::kFull ? DriverResult::kComplete
+                                                      : DriverResult::kWithoutListOrFormError);
       double record[kCircleRecordSize] = {0.0,          0.0,          0.0, out.m_axis.x,
                                           out.m_axis.y, out.m_axis.z, 0.0, 0.0};
       ExtendedStatus status = ExtendedStatus::kResourceFailure;
@@ -243,8 +271,13 @@ std::int32_t FitCircleExWith(CFitInput& in, CFitResult& out, StartList list) noe
         // 3 n doubles of which the fit uses the first n: scratch, nothing of it is reported.
         numeric::UniqueDoubles deviations = numeric::AllocateDoubles(3 * n);
         if (deviations) {
-          status = FitCircleEx(record, static_cast<std::int32_t>(n), in.m_points.data(),
-                               deviations.get());
+          if (remake == nullptr) {
+            status = FitCircleEx(record, static_cast<std::int32_t>(n), in.m_points.data(),
+                                 deviations.get());
+          } else {
+            std::vector<KPt3<double>>().swap(in.m_points);
+            status = FitCircleEx(record, static_cast<std::int32_t>(n), *remake, deviations.get());
+          }
         }
       }
       out.m_center = KPt3<double>(record[0], record[1], record[2]);
@@ -275,11 +308,16 @@ std::int32_t FitCircleExWith(CFitInput& in, CFitResult& out, StartList list) noe
 }  // namespace
 
 std::int32_t metrofit::FitCircleExInternal(CFitInput& in, CFitResult& out) noexcept {
-  return FitCircleExWith(in, out, StartList::kKept);
+  return FitCircleExWith(in, out, CircleExUse::kFull);
 }
 
 std::int32_t metrofit::FitCircleExForStart(CFitInput& in, CFitResult& out) noexcept {
-  return FitCircleExWith(in, out, StartList::kFreed);
+  return FitCircleExWith(in, out, CircleExUse::kStart);
+}
+
+std::int32_t metrofit::FitCircleExForStartRemaking(CFitInput& in, CFitResult& out,
+                                                   const PointSource& points) noexcept {
+  return FitCircleExWith(in, out, CircleExUse::kStart, &points);
 }
 
 std::int32_t KFitCircleEx(CFitInput& in, CFitResult& out) {

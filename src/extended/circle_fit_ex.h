@@ -15,6 +15,7 @@
 #define METROFIT_EXTENDED_CIRCLE_FIT_EX_H
 
 #include <cstdint>
+#include <functional>
 
 #include "extended/extended_status.h"
 #include "metrofit.h"
@@ -35,14 +36,28 @@ constexpr int kCircleRecordSize = 8;
 ExtendedStatus FitCircleEx(double* record, std::int32_t n, const KPt3<double>* points,
                            double* deviations);
 
+// Points made one at a time, point(0) to point(n - 1).
+using PointSource = std::function<KPt3<double>(std::int32_t)>;
+
+// The same fit on points made by `points`, each asked for once: the points are read only to
+// make the fit's centred copy.
+ExtendedStatus FitCircleEx(double* record, std::int32_t n, const PointSource& points,
+                           double* deviations);
+
 // What KFitCircleEx does (it only forwards here), for fits inside the library that build on
 // it; an exception becomes m_valid = 0 and a return of 0.
 std::int32_t FitCircleExInternal(CFitInput& in, CFitResult& out) noexcept;
 
-// The same for a fit that takes only the circle's centre, normal and size: the deviation list
-// the least-squares start appends to `out` is freed before the refinement makes its own copy
-// of the points, instead of being held beside it. Everything else as FitCircleExInternal.
+// The same for a fit that takes only the circle's centre, normal and size: the least-squares
+// start makes no deviation list (nor the form error the refinement overwrites). Everything
+// else as FitCircleExInternal.
 std::int32_t FitCircleExForStart(CFitInput& in, CFitResult& out) noexcept;
+
+// FitCircleExForStart on points made for this fit alone, which `points` can make again bit
+// for bit: in.m_points is freed after the least-squares start, and the refinement's centred
+// copy is made from `points`, so the points are never held twice.
+std::int32_t FitCircleExForStartRemaking(CFitInput& in, CFitResult& out,
+                                         const PointSource& points) noexcept;
 
 // Stores params[3..5] as the record's normal, a component of magnitude below 1e-20 as exactly 0.
 void StoreCircleNormal(const numeric::NVector& params, double* record);

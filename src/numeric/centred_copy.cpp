@@ -21,9 +21,12 @@ NumericStatus CopyAndCentre(std::int32_t n, Get get, double* record, bool comput
   KahanSum sum[3];
   for (std::int32_t i = 0; i < n; ++i) {
     double* p = copy->Point(i);
-    for (int k = 0; k < 3; ++k) {
-      p[k] = get(i, k);
-      if (computeCentroid) sum[k].Add(p[k]);
+    const KPt3<double> q = get(i);
+    p[0] = q.x;
+    p[1] = q.y;
+    p[2] = q.z;
+    if (computeCentroid) {
+      for (int k = 0; k < 3; ++k) sum[k].Add(p[k]);
     }
   }
   if (computeCentroid && n > 0) {
@@ -43,19 +46,23 @@ NumericStatus CopyAndCentre(std::int32_t n, Get get, double* record, bool comput
 NumericStatus CentredCopy(std::int32_t n, const double* xyz, double* record, bool computeCentroid,
                           UniquePointSet& out) {
   return CopyAndCentre(
-      n, [xyz](std::int32_t i, int k) { return xyz[3 * static_cast<std::ptrdiff_t>(i) + k]; },
+      n,
+      [xyz](std::int32_t i) {
+        const double* p = xyz + 3 * static_cast<std::ptrdiff_t>(i);
+        return KPt3<double>(p[0], p[1], p[2]);
+      },
       record, computeCentroid, out);
 }
 
 NumericStatus CentredCopy(std::int32_t n, const KPt3<double>* points, double* record,
                           bool computeCentroid, UniquePointSet& out) {
   return CopyAndCentre(
-      n,
-      [points](std::int32_t i, int k) {
-        const KPt3<double>& p = points[i];
-        return k == 0 ? p.x : (k == 1 ? p.y : p.z);
-      },
-      record, computeCentroid, out);
+      n, [points](std::int32_t i) { return points[i]; }, record, computeCentroid, out);
+}
+
+NumericStatus CentredCopy(std::int32_t n, const std::function<KPt3<double>(std::int32_t)>& point,
+                          double* record, bool computeCentroid, UniquePointSet& out) {
+  return CopyAndCentre(n, point, record, computeCentroid, out);
 }
 
 }  // namespace metrofit::numeric

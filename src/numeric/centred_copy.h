@@ -8,6 +8,7 @@
 #define METROFIT_NUMERIC_CENTRED_COPY_H
 
 #include <cstdint>
+#include <functional>
 
 #include "metrofit.h"
 #include "numeric/nvector.h"
@@ -24,6 +25,9 @@ NumericStatus CentredCopy(std::int32_t n, const double* xyz, double* record, boo
 // The same for points held as KPt3.
 NumericStatus CentredCopy(std::int32_t n, const KPt3<double>* points, double* record,
                           bool computeCentroid, UniquePointSet& out);
+// The same for points made one at a time, point(0) to point(n - 1), each asked for once.
+NumericStatus CentredCopy(std::int32_t n, const std::function<KPt3<double>(std::int32_t)>& point,
+                          double* record, bool computeCentroid, UniquePointSet& out);
 
 }  // namespace metrofit::numeric
 

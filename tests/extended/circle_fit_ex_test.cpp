@@ -187,6 +187,49 @@ TEST(KFitCircleEx, FitForAStartLeavesAllButTheListAsTheFullFit) {
   }
 }
 
+// A torus's meridian section is a set of points made for one circle fit: the fit frees them
+// after its least-squares start and makes its centred copy from the same points made again.
+// Against the fit on points it keeps: the same result to the last bit; the input ends empty.
+TEST(KFitCircleEx, FitOnPointsMadeAgainIsTheFitOnPointsKept) {
+  Rng rng(93);
+  std::normal_distribution<double> noise(0.0, 0.002);
+  for (int trial = 0; trial < 3; ++trial) {
+    const Pt c(-310.0 + 90 * trial, 150.0, 420.0);
+    const Pt u = testing::Unit(Pt(-0.3, 0.5, 0.8 - 0.2 * trial));
+    const Pt e1 = testing::Unit(u.Cross(Pt(0, 1, 0)));
+    const Pt e2 = u.Cross(e1);
+    std::vector<Pt> made;
+    for (int i = 0; i < 300 + 500 * trial; ++i) {
+      const double phi = 0.7 + 0.004 * i;  // a partial arc
+      made.push_back(c + e1 * (22.0 * std::cos(phi)) + e2 * (22.0 * std::sin(phi)) +
+                     Pt(noise(rng), noise(rng), noise(rng)));
+    }
+    int asked = 0;
+    const metrofit::PointSource again = [&](std::int32_t i) {
+      ++asked;
+      return made[static_cast<std::size_t>(i)];
+    };
+    CFitInput kept, remade;
+    kept.m_points = remade.m_points = made;
+    CFitResult keptOut, remadeOut;
+    const std::int32_t returned = FitCircleExForStart(kept, keptOut);
+    EXPECT_EQ(metrofit::FitCircleExForStartRemaking(remade, remadeOut, again), returned);
+    EXPECT_EQ(returned, 1);
+    EXPECT_EQ(asked, static_cast<int>(made.size()));  // each point made once more
+    EXPECT_TRUE(remade.m_points.empty());
+    EXPECT_EQ(kept.m_points.size(), made.size());
+    for (auto field : {&CFitResult::m_center, &CFitResult::m_axis, &CFitResult::m_size1}) {
+      EXPECT_TRUE(BitEqual((remadeOut.*field).x, (keptOut.*field).x) &&
+                  BitEqual((remadeOut.*field).y, (keptOut.*field).y) &&
+                  BitEqual((remadeOut.*field).z, (keptOut.*field).z))
+          << trial;
+    }
+    for (auto field : {&CFitResult::m_sigma, &CFitResult::m_formError})
+      EXPECT_TRUE(BitEqual(remadeOut.*field, keptOut.*field)) << trial;
+    EXPECT_EQ(remadeOut.m_valid, keptOut.m_valid);
+  }
+}
+
 TEST(CircleFitEx, PointsExactlyOnACircleHaveFormZero) {
   // Distances that are exact in binary: every deviation is 0, the maximum stays 0.0 and the
   // minimum comes down from its start to 0.
