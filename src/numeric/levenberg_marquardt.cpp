@@ -261,43 +261,112 @@ void SumPointTerms(const double* rows, const double* residuals, std::int32_t cou
 // does the scalar Kahan step, so the bits are those of the baseline path.
 typedef double DoubleQuad __attribute__((vector_size(32)));
 
+// Quads of elements whose sums and corrections stay in registers through one sweep over the
+// block's points: six registers of running state, the rest for the point's factors and steps.
+constexpr std::int32_t kQuadsPerSweep = 3;
+
+// Where factor u of lane j of quad q comes from: 0..7 picks lane u of the point's two quads
+// (row[0..3], then row[4..7] or, for p < 8, row[4..p-1] with the residual in lane 7); -1 is
+// the residual itself when p == 8. Lanes past the last element repeat element 0 (computed,
+// never stored).
+template <std::int32_t p>
+constexpr long long FactorLane(std::int32_t q, std::int32_t j, bool firstFactor) {
+  constexpr TermFactors<p> factors{};
+  const std::int32_t k = 4 * q + j < TermFactors<p>::kTerms ? 4 * q + j : 0;
+  const std::int32_t u = firstFactor ? factors.first[k] : factors.second[k];
+  if (u < p) return u;
+  return p < 8 ? 7 : -1;
+}
+
+typedef long long LaneIndex __attribute__((vector_size(32)));
+
+// One factor quad of quad q: a constant shuffle of the point's two quads, or the residual in
+// every lane (p == 8, where each quad of the gradient has the residual as its first factor).
+template <std::int32_t p, std::int32_t q, bool firstFactor>
+__attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE DoubleQuad FactorQuad(DoubleQuad f0,
+                                                                             DoubleQuad f1,
+                                                                             double residual) {
+  if constexpr (FactorLane<p>(q, 0, firstFactor) < 0) {
+    static_assert(FactorLane<p>(q, 1, firstFactor) < 0 && FactorLane<p>(q, 2, firstFactor) < 0 &&
+                      FactorLane<p>(q, 3, firstFactor) < 0,
+                  "a quad takes the residual in every lane or in none");
+    return DoubleQuad{residual, residual, residual, residual};
+  } else {
+    constexpr LaneIndex pick = {FactorLane<p>(q, 0, firstFactor), FactorLane<p>(q, 1, firstFactor),
+                                FactorLane<p>(q, 2, firstFactor), FactorLane<p>(q, 3, firstFactor)};
+    return __builtin_shuffle(f0, f1, pick);
+  }
+}
+
+// The Kahan steps of quads [q, last) for one point.
+template <std::int32_t p, std::int32_t first, std::int32_t q, std::int32_t last>
+__attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE void StepQuads(
+    DoubleQuad f0, DoubleQuad f1, double residual, DoubleQuad (&s)[last - first],
+    DoubleQuad (&c)[last - first]) {
+  if constexpr (q < last) {
+    const DoubleQuad term =
+        FactorQuad<p, q, true>(f0, f1, residual) * FactorQuad<p, q, false>(f0, f1, residual);
+    const DoubleQuad y = term - c[q - first];
+    const DoubleQuad t = s[q - first] + y;
+    c[q - first] = (t - s[q - first]) - y;
+    s[q - first] = t;
+    StepQuads<p, first, q + 1, last>(f0, f1, residual, s, c);
+  }
+}
+
+// Element u of a row of p, 0 past its end.
+template <std::int32_t p>
+METROFIT_ALWAYS_INLINE double RowAt(const double* row, std::int32_t u) {
+  return u < p ? row[u] : 0.0;
+}
+
+// Quads [first, last) of the elements over all points of a block: the running sums and
+// corrections are loaded once, stepped point after point in registers, and stored once.
+template <std::int32_t p, std::int32_t first, std::int32_t last>
+__attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE void SumQuadsAvx2(
+    const double* rows, const double* residuals, std::int32_t count, double* sum, double* corr) {
+  constexpr std::int32_t kTerms = TermFactors<p>::kTerms;
+  DoubleQuad s[last - first], c[last - first];
+  for (std::int32_t q = first; q < last; ++q) {
+    for (std::int32_t j = 0; j < 4; ++j) {
+      const std::int32_t k = 4 * q + j;
+      s[q - first][j] = k < kTerms ? sum[k] : 0.0;
+      c[q - first][j] = k < kTerms ? corr[k] : 0.0;
+    }
+  }
+  for (std::int32_t i = 0; i < count; ++i) {
+    const double* row = rows + static_cast<std::ptrdiff_t>(i) * p;
+    const DoubleQuad f0 = {RowAt<p>(row, 0), RowAt<p>(row, 1), RowAt<p>(row, 2), RowAt<p>(row, 3)};
+    const DoubleQuad f1 = {RowAt<p>(row, 4), RowAt<p>(row, 5), RowAt<p>(row, 6),
+                           p < 8 ? residuals[i] : RowAt<p>(row, 7)};
+    StepQuads<p, first, first, last>(f0, f1, residuals[i], s, c);
+  }
+  for (std::int32_t q = first; q < last; ++q) {
+    for (std::int32_t j = 0; j < 4 && 4 * q + j < kTerms; ++j) {
+      sum[4 * q + j] = s[q - first][j];
+      corr[4 * q + j] = c[q - first][j];
+    }
+  }
+}
+
+template <std::int32_t p, std::int32_t first>
+__attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE void SumSweepsAvx2(
+    const double* rows, const double* residuals, std::int32_t count, double* sum, double* corr) {
+  constexpr std::int32_t kQuads = (TermFactors<p>::kTerms + 3) / 4;
+  constexpr std::int32_t last = first + kQuadsPerSweep < kQuads ? first + kQuadsPerSweep : kQuads;
+  SumQuadsAvx2<p, first, last>(rows, residuals, count, sum, corr);
+  if constexpr (last < kQuads) SumSweepsAvx2<p, last>(rows, residuals, count, sum, corr);
+}
+
+// The same sums four elements at a time, for processors with AVX2 (vector_path.h): each lane
+// does the scalar Kahan step on its element, point after point, so the bits are those of the
+// baseline path.
 template <std::int32_t p>
 __attribute__((target("avx2"))) void SumPointTermsAvx2(const double* rows, const double* residuals,
                                                        std::int32_t count, double* sum,
                                                        double* corr) {
-  static constexpr TermFactors<p> kIndex;
-  constexpr std::int32_t kTerms = TermFactors<p>::kTerms;
-  for (std::int32_t i = 0; i < count; ++i) {
-    double f[p + 1];
-    METROFIT_UNROLL
-    for (std::int32_t u = 0; u < p; ++u) f[u] = rows[static_cast<std::ptrdiff_t>(i) * p + u];
-    f[p] = residuals[i];
-    std::int32_t k = 0;
-    // Fully unrolled (at most 44 terms, 11 quads), so the factor indices are constants.
-    _Pragma("GCC unroll 16") for (; k + 3 < kTerms; k += 4) {
-      const DoubleQuad a = {f[kIndex.first[k]], f[kIndex.first[k + 1]], f[kIndex.first[k + 2]],
-                            f[kIndex.first[k + 3]]};
-      const DoubleQuad b = {f[kIndex.second[k]], f[kIndex.second[k + 1]], f[kIndex.second[k + 2]],
-                            f[kIndex.second[k + 3]]};
-      const DoubleQuad term = a * b;
-      DoubleQuad c, s;
-      std::memcpy(&c, corr + k, sizeof c);
-      std::memcpy(&s, sum + k, sizeof s);
-      const DoubleQuad y = term - c;
-      const DoubleQuad t = s + y;
-      const DoubleQuad nc = (t - s) - y;
-      std::memcpy(corr + k, &nc, sizeof nc);
-      std::memcpy(sum + k, &t, sizeof t);
-    }
-    METROFIT_UNROLL
-    for (; k < kTerms; ++k) {
-      const double term = f[kIndex.first[k]] * f[kIndex.second[k]];
-      const double y = term - corr[k];
-      const double t = sum[k] + y;
-      corr[k] = (t - sum[k]) - y;
-      sum[k] = t;
-    }
-  }
+  static_assert(p <= 8, "a row must fit in two quads");
+  SumSweepsAvx2<p, 0>(rows, residuals, count, sum, corr);
 }
 
 template <std::int32_t p>

@@ -202,6 +202,70 @@ TEST(NumericBlocks, NormalEquationsAreTheSameOnEveryVectorPath) {
   }
 }
 
+// Rows of every width the block form takes (1 to 8 unknowns) from a fixed table, so that the
+// sums can be checked element by element against plain Kahan sums formed here.
+constexpr std::int32_t kTablePoints = 600;
+std::vector<double> tableRows, tableResiduals;
+std::int32_t tableWidth = 0;
+
+void TableRows(const PointSet&, std::int32_t first, std::int32_t count, const NVector&,
+               double* rows, double* residuals) {
+  for (std::int32_t i = 0; i < count; ++i) {
+    for (std::int32_t u = 0; u < tableWidth; ++u)
+      rows[i * tableWidth + u] = tableRows[static_cast<std::size_t>((first + i) * tableWidth + u)];
+    residuals[i] = tableResiduals[static_cast<std::size_t>(first + i)];
+  }
+}
+
+// Each element of the normal equations is the Kahan sum, point after point, of its products:
+// row[u] row[v] (v <= u) of the packed matrix, then r row[u] of the gradient; on every vector
+// path and for every row width, with counts that leave every remainder of a block.
+TEST(NumericBlocks, NormalEquationsOfEveryWidthAreThePlainKahanSums) {
+  Rng rng(49);
+  for (std::int32_t p = 1; p <= kMaxBlockUnknowns; ++p) {
+    tableWidth = p;
+    tableRows.resize(static_cast<std::size_t>(kTablePoints * p));
+    tableResiduals.resize(kTablePoints);
+    // Magnitudes far apart, so that the corrections matter.
+    for (double& v : tableRows) v = Uniform(rng, -1.0, 1.0) * std::pow(10.0, Uniform(rng, -8, 8));
+    for (double& v : tableResiduals) v = Uniform(rng, -1e-3, 1e-3);
+    for (std::int32_t count : {1, 3, 255, 256, 257, kTablePoints}) {
+      std::vector<double> expected;
+      for (std::int32_t u = 0; u < p; ++u)
+        for (std::int32_t v = 0; v <= u; ++v) {
+          KahanSum sum;
+          for (std::int32_t i = 0; i < count; ++i)
+            sum.Add(tableRows[static_cast<std::size_t>(i * p + u)] *
+                    tableRows[static_cast<std::size_t>(i * p + v)]);
+          expected.push_back(sum.Sum());
+        }
+      for (std::int32_t u = 0; u < p; ++u) {
+        KahanSum sum;
+        for (std::int32_t i = 0; i < count; ++i)
+          sum.Add(tableResiduals[static_cast<std::size_t>(i)] *
+                  tableRows[static_cast<std::size_t>(i * p + u)]);
+        expected.push_back(sum.Sum());
+      }
+      for (VectorPath path : {VectorPath::kBaseline, VectorPath::kAvx2}) {
+        if (!VectorPathAvailable(path)) continue;
+        ForceVectorPath(path);
+        UniquePointSet pts(CreatePointSet(count));
+        UniqueVector x(CreateVector(p)), g(CreateVector(p));
+        UniqueMatrix a(CreateMatrix(p, p, kPackedSymmetric));
+        NormalEquations(*pts, *x, TableRows, *g, *a);
+        ResetVectorPath();
+        const std::int64_t packed = ElementCount(kPackedSymmetric, p, p);
+        for (std::int64_t k = 0; k < packed; ++k)
+          EXPECT_TRUE(SameBits(a->data[k], expected[static_cast<std::size_t>(k)]))
+              << p << " unknowns, " << count << " points, element " << k;
+        for (std::int32_t u = 0; u < p; ++u)
+          EXPECT_TRUE(SameBits((*g)[u], expected[static_cast<std::size_t>(packed + u)]))
+              << p << " unknowns, " << count << " points, gradient " << u;
+      }
+    }
+  }
+}
+
 TEST(NumericBlocks, ForcingAnUnavailablePathTakesTheBaseline) {
   ForceVectorPath(VectorPath::kBaseline);
   EXPECT_EQ(ActiveVectorPath(), VectorPath::kBaseline);
