@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "bench_data.h"
+#include "extended/circle_fit_ex.h"
 #include "extended/cylinder_model.h"
+#include "extended/sphere_fit_ex.h"
 #include "numeric/compensated.h"
 #include "numeric/enclosing_ball.h"
 #include "numeric/levenberg_marquardt.h"
@@ -210,6 +212,28 @@ void BM_NumericCylinderNormalEquations(benchmark::State& state) {
 BENCHMARK(BM_NumericCylinderNormalEquations)
     ->Args({100000, 0})
     ->Args({100000, 1})
+    ->Unit(benchmark::kMicrosecond);
+
+// The normal equations of the sphere (4 unknowns) and of the circle in its plane (3), the
+// narrow rows of the extended sphere and circle fits, on the processor's path.
+void BM_NumericNarrowNormalEquations(benchmark::State& state) {
+  const bool sphere = state.range(1) == 4;
+  const std::int32_t p = sphere ? 4 : 3;
+  UniquePointSet pts = ToPointSet(SphereShell(static_cast<std::size_t>(state.range(0))));
+  UniqueVector x(CreateVector(p));
+  for (std::int32_t k = 0; k < p; ++k) (*x)[k] = k + 1 < p ? 0.1 * (k + 1) : kRadius;
+  UniqueVector g(CreateVector(p));
+  UniqueMatrix a(CreateMatrix(p, p, kPackedSymmetric));
+  for (auto _ : state) {
+    NormalEquations(*pts, *x, sphere ? SphereResidualRows : CircleResidualRows, *g, *a);
+    benchmark::DoNotOptimize(a->data[0]);
+  }
+  state.SetLabel(sphere ? "sphere" : "circle");
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(BM_NumericNarrowNormalEquations)
+    ->Args({100000, 4})
+    ->Args({100000, 3})
     ->Unit(benchmark::kMicrosecond);
 
 }  // namespace

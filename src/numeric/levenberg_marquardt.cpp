@@ -264,6 +264,8 @@ typedef double DoubleQuad __attribute__((vector_size(32)));
 // Quads of elements whose sums and corrections stay in registers through one sweep over the
 // block's points: six registers of running state, the rest for the point's factors and steps.
 constexpr std::int32_t kQuadsPerSweep = 3;
+// Up to this many quads (narrow rows) are summed in one sweep.
+constexpr std::int32_t kQuadsInOneSweep = 4;
 
 // Where factor u of lane j of quad q comes from: 0..7 picks lane u of the point's two quads
 // (row[0..3], then row[4..7] or, for p < 8, row[4..p-1] with the residual in lane 7); -1 is
@@ -353,7 +355,8 @@ template <std::int32_t p, std::int32_t first>
 __attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE void SumSweepsAvx2(
     const double* rows, const double* residuals, std::int32_t count, double* sum, double* corr) {
   constexpr std::int32_t kQuads = (TermFactors<p>::kTerms + 3) / 4;
-  constexpr std::int32_t last = first + kQuadsPerSweep < kQuads ? first + kQuadsPerSweep : kQuads;
+  constexpr std::int32_t perSweep = kQuads <= kQuadsInOneSweep ? kQuads : kQuadsPerSweep;
+  constexpr std::int32_t last = first + perSweep < kQuads ? first + perSweep : kQuads;
   SumQuadsAvx2<p, first, last>(rows, residuals, count, sum, corr);
   if constexpr (last < kQuads) SumSweepsAvx2<p, last>(rows, residuals, count, sum, corr);
 }
