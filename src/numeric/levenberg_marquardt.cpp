@@ -257,96 +257,94 @@ void SumPointTerms(const double* rows, const double* residuals, std::int32_t cou
 }
 
 #if defined(__GNUC__) && defined(__x86_64__)
-// The same sums four elements at a time, for processors with AVX2 (vector_path.h): each lane
-// does the scalar Kahan step, so the bits are those of the baseline path.
 typedef double DoubleQuad __attribute__((vector_size(32)));
 
-// Quads of elements whose sums and corrections stay in registers through one sweep over the
-// block's points: six registers of running state, the rest for the point's factors and steps.
-constexpr std::int32_t kQuadsPerSweep = 3;
-// Up to this many quads (narrow rows) are summed in one sweep.
-constexpr std::int32_t kQuadsInOneSweep = 4;
-
-// Where factor u of lane j of quad q comes from: 0..7 picks lane u of the point's two quads
-// (row[0..3], then row[4..7] or, for p < 8, row[4..p-1] with the residual in lane 7); -1 is
-// the residual itself when p == 8. Lanes past the last element repeat element 0 (computed,
-// never stored).
+// The elements grouped into quads by their first factor: quad (u, from) holds the elements
+// row[u] row[v], v = from .. from + 3 (only v <= u are elements of the packed matrix), and
+// the gradient's quads (u = p) hold r row[v]. Each quad's products are then a broadcast of
+// row[u] (or r) times four consecutive entries of the row, read as they lie, with no shuffle.
+// Lanes that are no element compute a product nobody stores.
 template <std::int32_t p>
-constexpr long long FactorLane(std::int32_t q, std::int32_t j, bool firstFactor) {
-  constexpr TermFactors<p> factors{};
-  const std::int32_t k = 4 * q + j < TermFactors<p>::kTerms ? 4 * q + j : 0;
-  const std::int32_t u = firstFactor ? factors.first[k] : factors.second[k];
-  if (u < p) return u;
-  return p < 8 ? 7 : -1;
-}
-
-typedef long long LaneIndex __attribute__((vector_size(32)));
-
-// One factor quad of quad q: a constant shuffle of the point's two quads, or the residual in
-// every lane (p == 8, where each quad of the gradient has the residual as its first factor).
-template <std::int32_t p, std::int32_t q, bool firstFactor>
-__attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE DoubleQuad FactorQuad(DoubleQuad f0,
-                                                                             DoubleQuad f1,
-                                                                             double residual) {
-  if constexpr (FactorLane<p>(q, 0, firstFactor) < 0) {
-    static_assert(FactorLane<p>(q, 1, firstFactor) < 0 && FactorLane<p>(q, 2, firstFactor) < 0 &&
-                      FactorLane<p>(q, 3, firstFactor) < 0,
-                  "a quad takes the residual in every lane or in none");
-    return DoubleQuad{residual, residual, residual, residual};
-  } else {
-    constexpr LaneIndex pick = {FactorLane<p>(q, 0, firstFactor), FactorLane<p>(q, 1, firstFactor),
-                                FactorLane<p>(q, 2, firstFactor), FactorLane<p>(q, 3, firstFactor)};
-    return __builtin_shuffle(f0, f1, pick);
+struct QuadPlan {
+  static constexpr std::int32_t QuadsOf(std::int32_t u) { return u < p ? u / 4 + 1 : (p + 3) / 4; }
+  static constexpr std::int32_t Count() {
+    std::int32_t n = 0;
+    for (std::int32_t u = 0; u <= p; ++u) n += QuadsOf(u);
+    return n;
   }
-}
-
-// The Kahan steps of quads [q, last) for one point.
-template <std::int32_t p, std::int32_t first, std::int32_t q, std::int32_t last>
-__attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE void StepQuads(
-    DoubleQuad f0, DoubleQuad f1, double residual, DoubleQuad (&s)[last - first],
-    DoubleQuad (&c)[last - first]) {
-  if constexpr (q < last) {
-    const DoubleQuad term =
-        FactorQuad<p, q, true>(f0, f1, residual) * FactorQuad<p, q, false>(f0, f1, residual);
-    const DoubleQuad y = term - c[q - first];
-    const DoubleQuad t = s[q - first] + y;
-    c[q - first] = (t - s[q - first]) - y;
-    s[q - first] = t;
-    StepQuads<p, first, q + 1, last>(f0, f1, residual, s, c);
+  static constexpr std::int32_t kQuads = Count();
+  std::int32_t u[kQuads] = {};     // first factor: a row entry, or p for the residual
+  std::int32_t from[kQuads] = {};  // second factor of lane 0: row[from]
+  constexpr QuadPlan() {
+    std::int32_t q = 0;
+    for (std::int32_t first = 0; first <= p; ++first)
+      for (std::int32_t k = 0; k < QuadsOf(first); ++k, ++q) {
+        u[q] = first;
+        from[q] = 4 * k;
+      }
   }
-}
+  // The element of lane j of quad q, or -1 for a lane that is none.
+  constexpr std::int32_t Element(std::int32_t q, std::int32_t j) const {
+    const std::int32_t v = from[q] + j;
+    if (u[q] < p) return v <= u[q] ? u[q] * (u[q] + 1) / 2 + v : -1;
+    return v < p ? p * (p + 1) / 2 + v : -1;
+  }
+};
 
-// Element u of a row of p, 0 past its end.
+// Quads of elements whose sums and corrections stay in registers through one sweep over the
+// block's points (fourteen registers of running state); rows of up to four unknowns take one
+// sweep, wider ones two.
+constexpr std::int32_t kQuadsPerSweep = 7;
+
+// Entry u of a row of p, 0 past its end.
 template <std::int32_t p>
 METROFIT_ALWAYS_INLINE double RowAt(const double* row, std::int32_t u) {
   return u < p ? row[u] : 0.0;
 }
 
-// Quads [first, last) of the elements over all points of a block: the running sums and
+// The Kahan steps of quads [q, last) for one point, the row held as two quads.
+template <std::int32_t p, std::int32_t first, std::int32_t q, std::int32_t last>
+__attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE void StepQuads(
+    const double* row, double residual, DoubleQuad r0, DoubleQuad r1, DoubleQuad (&s)[last - first],
+    DoubleQuad (&c)[last - first]) {
+  if constexpr (q < last) {
+    constexpr QuadPlan<p> kPlan{};
+    const double f = kPlan.u[q] < p ? row[kPlan.u[q]] : residual;
+    const DoubleQuad term = DoubleQuad{f, f, f, f} * (kPlan.from[q] == 0 ? r0 : r1);
+    const DoubleQuad y = term - c[q - first];
+    const DoubleQuad t = s[q - first] + y;
+    c[q - first] = (t - s[q - first]) - y;
+    s[q - first] = t;
+    StepQuads<p, first, q + 1, last>(row, residual, r0, r1, s, c);
+  }
+}
+
+// Quads [first, last) of the plan over all points of a block: the running sums and
 // corrections are loaded once, stepped point after point in registers, and stored once.
 template <std::int32_t p, std::int32_t first, std::int32_t last>
 __attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE void SumQuadsAvx2(
     const double* rows, const double* residuals, std::int32_t count, double* sum, double* corr) {
-  constexpr std::int32_t kTerms = TermFactors<p>::kTerms;
+  constexpr QuadPlan<p> kPlan{};
   DoubleQuad s[last - first], c[last - first];
   for (std::int32_t q = first; q < last; ++q) {
     for (std::int32_t j = 0; j < 4; ++j) {
-      const std::int32_t k = 4 * q + j;
-      s[q - first][j] = k < kTerms ? sum[k] : 0.0;
-      c[q - first][j] = k < kTerms ? corr[k] : 0.0;
+      const std::int32_t k = kPlan.Element(q, j);
+      s[q - first][j] = k >= 0 ? sum[k] : 0.0;
+      c[q - first][j] = k >= 0 ? corr[k] : 0.0;
     }
   }
   for (std::int32_t i = 0; i < count; ++i) {
     const double* row = rows + static_cast<std::ptrdiff_t>(i) * p;
-    const DoubleQuad f0 = {RowAt<p>(row, 0), RowAt<p>(row, 1), RowAt<p>(row, 2), RowAt<p>(row, 3)};
-    const DoubleQuad f1 = {RowAt<p>(row, 4), RowAt<p>(row, 5), RowAt<p>(row, 6),
-                           p < 8 ? residuals[i] : RowAt<p>(row, 7)};
-    StepQuads<p, first, first, last>(f0, f1, residuals[i], s, c);
+    const DoubleQuad r0 = {RowAt<p>(row, 0), RowAt<p>(row, 1), RowAt<p>(row, 2), RowAt<p>(row, 3)};
+    const DoubleQuad r1 = {RowAt<p>(row, 4), RowAt<p>(row, 5), RowAt<p>(row, 6), RowAt<p>(row, 7)};
+    StepQuads<p, first, first, last>(row, residuals[i], r0, r1, s, c);
   }
   for (std::int32_t q = first; q < last; ++q) {
-    for (std::int32_t j = 0; j < 4 && 4 * q + j < kTerms; ++j) {
-      sum[4 * q + j] = s[q - first][j];
-      corr[4 * q + j] = c[q - first][j];
+    for (std::int32_t j = 0; j < 4; ++j) {
+      const std::int32_t k = kPlan.Element(q, j);
+      if (k < 0) continue;
+      sum[k] = s[q - first][j];
+      corr[k] = c[q - first][j];
     }
   }
 }
@@ -354,9 +352,8 @@ __attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE void SumQuadsAvx2(
 template <std::int32_t p, std::int32_t first>
 __attribute__((target("avx2"))) METROFIT_ALWAYS_INLINE void SumSweepsAvx2(
     const double* rows, const double* residuals, std::int32_t count, double* sum, double* corr) {
-  constexpr std::int32_t kQuads = (TermFactors<p>::kTerms + 3) / 4;
-  constexpr std::int32_t perSweep = kQuads <= kQuadsInOneSweep ? kQuads : kQuadsPerSweep;
-  constexpr std::int32_t last = first + perSweep < kQuads ? first + perSweep : kQuads;
+  constexpr std::int32_t kQuads = QuadPlan<p>::kQuads;
+  constexpr std::int32_t last = first + kQuadsPerSweep < kQuads ? first + kQuadsPerSweep : kQuads;
   SumQuadsAvx2<p, first, last>(rows, residuals, count, sum, corr);
   if constexpr (last < kQuads) SumSweepsAvx2<p, last>(rows, residuals, count, sum, corr);
 }
