@@ -115,64 +115,62 @@ double ConeResidual(const PointSet& pts, std::int32_t i, const NVector& x) {
 
 namespace {
 
-// |q x a| of two points side by side, by Hypot3 as CrossLength forms it.
-inline DoublePair CrossLength(const DoublePair (&q)[3], const double (&a)[3]) {
-  return numeric::Hypot3(q[1] * a[2] - q[2] * a[1], q[2] * a[0] - q[0] * a[2],
-                         q[0] * a[1] - q[1] * a[0]);
-}
+// The residuals, and the rows, of points k onwards, written once for any lanes; the angle's
+// cosine c and sine s and the axis length are made once per block.
+struct ConeResidualsBody {
+  const NVector& x;
+  double len, c, s;
+  double* out;
+  template <class V>
+  METROFIT_ALWAYS_INLINE void operator()(std::int32_t k, const V (&p)[3]) const {
+    const numeric::AxisOffsetLanes<V> o(p, x);
+    numeric::StoreLanes(out + k, (o.cross * c - o.t * s) / len - x[6]);
+  }
+};
+
+struct ConeRowsBody {
+  static constexpr std::int32_t kParams = 8;
+  const NVector& x;
+  double c, s;
+  double* rows;
+  double* residuals;
+  template <class V>
+  METROFIT_ALWAYS_INLINE void operator()(std::int32_t k, const V (&p)[3]) const {
+    const double a[3] = {x[3], x[4], x[5]};
+    const numeric::AxisOffsetLanes<V> o(p, x);
+    const V& rho = o.cross;
+    const V& t = o.t;
+    numeric::StoreLanes(residuals + k, rho * c - t * s - x[6]);
+    // On the axis (rho = 0) position and axis have no derivative, as in the one-point form.
+    for (int j = 0; j < 3; ++j) {
+      const V w = o.d[j] - t * a[j];
+      const V position = s * a[j] - c * w / rho;
+      const V axis = -(t * c / rho + s) * w;
+      numeric::StoreRowLanes(rows, kParams, k, j, numeric::ZeroWhereZero(rho, position));
+      numeric::StoreRowLanes(rows, kParams, k, 3 + j, numeric::ZeroWhereZero(rho, axis));
+    }
+    numeric::StoreRowLanes(rows, kParams, k, 6, Filled<V>(-1.0));
+    numeric::StoreRowLanes(rows, kParams, k, 7, -t * c - rho * s);
+  }
+};
 
 }  // namespace
 
 void ConeResiduals(const PointSet& pts, std::int32_t first, std::int32_t count, const NVector& x,
                    double* out) {
-  const double a[3] = {x[3], x[4], x[5]};
-  const double len = numeric::Hypot3(a[0], a[1], a[2]);
-  const double c = std::cos(x[7]), s = std::sin(x[7]);
-  numeric::ForPointPairs(
-      pts, first, count,
-      [&](std::int32_t k, const DoublePair(&p)[3]) {
-        const DoublePair q[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
-        const DoublePair rho = CrossLength(q, a);
-        const DoublePair t = q[0] * a[0] + q[1] * a[1] + q[2] * a[2];
-        const DoublePair r = (rho * c - t * s) / len - x[6];
-        out[k] = r[0];
-        out[k + 1] = r[1];
-      },
-      [&](std::int32_t k) { out[k] = ConeResidual(pts, first + k, x); });
+  const double len = numeric::Hypot3(x[3], x[4], x[5]);
+  numeric::ForPointLanes(pts, first, count,
+                         ConeResidualsBody{x, len, std::cos(x[7]), std::sin(x[7]), out},
+                         [&](std::int32_t k) { out[k] = ConeResidual(pts, first + k, x); });
 }
 
 void ConeResidualRows(const PointSet& pts, std::int32_t first, std::int32_t count, const NVector& x,
                       double* rows, double* residuals) {
-  constexpr std::int32_t kParams = 8;
-  const double a[3] = {x[3], x[4], x[5]};
-  const double c = std::cos(x[7]), s = std::sin(x[7]);
-  numeric::ForPointPairs(
-      pts, first, count,
-      [&](std::int32_t k, const DoublePair(&p)[3]) {
-        const DoublePair q[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
-        const DoublePair rho = CrossLength(q, a);
-        const DoublePair t = q[0] * a[0] + q[1] * a[1] + q[2] * a[2];
-        const DoublePair r = rho * c - t * s - x[6];
-        residuals[k] = r[0];
-        residuals[k + 1] = r[1];
-        // On the axis (rho = 0) position and axis have no derivative, as in the one-point form.
-        const bool onAxis[2] = {!(rho[0] != 0.0), !(rho[1] != 0.0)};
-        for (int j = 0; j < 3; ++j) {
-          const DoublePair w = q[j] - t * a[j];
-          const DoublePair position = s * a[j] - c * w / rho;
-          const DoublePair axis = -(t * c / rho + s) * w;
-          numeric::StoreRowPair(
-              rows, kParams, k, j,
-              MakePair(onAxis[0] ? 0.0 : position[0], onAxis[1] ? 0.0 : position[1]));
-          numeric::StoreRowPair(rows, kParams, k, 3 + j,
-                                MakePair(onAxis[0] ? 0.0 : axis[0], onAxis[1] ? 0.0 : axis[1]));
-        }
-        numeric::StoreRowPair(rows, kParams, k, 6, Splat(-1.0));
-        numeric::StoreRowPair(rows, kParams, k, 7, -t * c - rho * s);
-      },
+  numeric::ForPointLanes(
+      pts, first, count, ConeRowsBody{x, std::cos(x[7]), std::sin(x[7]), rows, residuals},
       [&](std::int32_t k) {
-        NVector view =
-            numeric::VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);
+        NVector view = numeric::VectorView(
+            rows + static_cast<std::ptrdiff_t>(k) * ConeRowsBody::kParams, ConeRowsBody::kParams);
         ConeResidualRow(pts, first + k, x, view, residuals[k]);
       });
 }

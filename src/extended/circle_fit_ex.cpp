@@ -50,31 +50,45 @@ void CircleResidualRow(const PointSet& points, std::int32_t i, const NVector& x,
   residual = len - x[2];
 }
 
+namespace {
+
+// The residuals, and the rows, of points k onwards in the circle's plane (z ignored), written
+// once for any lanes.
+struct CircleResidualsBody {
+  const NVector& x;
+  double* out;
+  template <class V>
+  METROFIT_ALWAYS_INLINE void operator()(std::int32_t k, const V (&p)[3]) const {
+    StoreLanes(out + k, Hypot3(p[0] - x[0], p[1] - x[1], Filled<V>(0.0)) - x[2]);
+  }
+};
+
+struct CircleRowsBody {
+  const NVector& x;
+  double* rows;
+  double* residuals;
+  template <class V>
+  METROFIT_ALWAYS_INLINE void operator()(std::int32_t k, const V (&p)[3]) const {
+    const V d[2] = {p[0] - x[0], p[1] - x[1]};
+    StoreCentreDistanceLanes(rows, residuals, k, d, 2, Hypot3(d[0], d[1], Filled<V>(0.0)), x[2]);
+  }
+};
+
+}  // namespace
+
 void CircleResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
                      const NVector& x, double* out) {
-  ForPointPairs(
-      points, first, count,
-      [&](std::int32_t k, const DoublePair(&p)[3]) {
-        const DoublePair r = Hypot3(p[0] - x[0], p[1] - x[1], Splat(0.0)) - x[2];
-        out[k] = r[0];
-        out[k + 1] = r[1];
-      },
-      [&](std::int32_t k) { out[k] = CircleResidual(points, first + k, x); });
+  ForPointLanes(points, first, count, CircleResidualsBody{x, out},
+                [&](std::int32_t k) { out[k] = CircleResidual(points, first + k, x); });
 }
 
 void CircleResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
                         const NVector& x, double* rows, double* residuals) {
   constexpr std::int32_t kParams = 3;
-  ForPointPairs(
-      points, first, count,
-      [&](std::int32_t k, const DoublePair(&p)[3]) {
-        const DoublePair d[2] = {p[0] - x[0], p[1] - x[1]};
-        StoreCentreDistancePair(rows, residuals, k, d, 2, Hypot3(d[0], d[1], Splat(0.0)), x[2]);
-      },
-      [&](std::int32_t k) {
-        NVector view = VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);
-        CircleResidualRow(points, first + k, x, view, residuals[k]);
-      });
+  ForPointLanes(points, first, count, CircleRowsBody{x, rows, residuals}, [&](std::int32_t k) {
+    NVector view = VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);
+    CircleResidualRow(points, first + k, x, view, residuals[k]);
+  });
 }
 
 double CircleObjective(void* context, const NVector& x) {

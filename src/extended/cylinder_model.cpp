@@ -35,23 +35,26 @@ double CylinderResidual(const PointSet& points, std::int32_t i, const NVector& x
   return Hypot3(w[0], w[1], w[2]) / Hypot3(a[0], a[1], a[2]) - x[6];
 }
 
+namespace {
+
+// The residuals of points k onwards, written once for any lanes.
+struct CylinderResidualsBody {
+  const NVector& x;
+  double axisLength;
+  double* out;
+  template <class V>
+  METROFIT_ALWAYS_INLINE void operator()(std::int32_t k, const V (&p)[3]) const {
+    StoreLanes(out + k, AxisOffsetLanes<V>(p, x).cross / axisLength - x[6]);
+  }
+};
+
+}  // namespace
+
 void CylinderResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
                        const NVector& x, double* out) {
-  const double a[3] = {x[3], x[4], x[5]};
-  const double axisLength = Hypot3(a[0], a[1], a[2]);
-  ForPointPairs(
-      points, first, count,
-      [&](std::int32_t k, const DoublePair(&p)[3]) {
-        const DoublePair d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
-        // w = d x a, as Cross forms it.
-        const DoublePair r = Hypot3(d[1] * a[2] - d[2] * a[1], d[2] * a[0] - d[0] * a[2],
-                                    d[0] * a[1] - d[1] * a[0]) /
-                                 axisLength -
-                             x[6];
-        out[k] = r[0];
-        out[k + 1] = r[1];
-      },
-      [&](std::int32_t k) { out[k] = CylinderResidual(points, first + k, x); });
+  const double axisLength = Hypot3(x[3], x[4], x[5]);
+  ForPointLanes(points, first, count, CylinderResidualsBody{x, axisLength, out},
+                [&](std::int32_t k) { out[k] = CylinderResidual(points, first + k, x); });
 }
 
 void CylinderResidualRow(const PointSet& points, std::int32_t i, const NVector& x, NVector& row,
@@ -76,37 +79,40 @@ void CylinderResidualRow(const PointSet& points, std::int32_t i, const NVector& 
   }
 }
 
+namespace {
+
+// The rows and residuals of points k onwards, written once for any lanes (ForPointLanes).
+struct CylinderRowsBody {
+  const NVector& x;
+  double* rows;
+  double* residuals;
+
+  template <class V>
+  METROFIT_ALWAYS_INLINE void operator()(std::int32_t k, const V (&p)[3]) const {
+    const double a[3] = {x[3], x[4], x[5]};
+    const AxisOffsetLanes<V> o(p, x);
+    const V& len = o.cross;
+    const V& t = o.t;
+    StoreLanes(residuals + k, len - x[6]);
+    // A point on the axis has no direction to move: its row is zero, as in the scalar form.
+    for (int j = 0; j < 3; ++j) {
+      const V q = (o.d[j] - t * a[j]) / len;
+      StoreRowLanes(rows, kCylinderParams, k, j, ZeroWhereZero(len, -q));
+      StoreRowLanes(rows, kCylinderParams, k, 3 + j, ZeroWhereZero(len, -t * q));
+    }
+    StoreRowLanes(rows, kCylinderParams, k, 6, Filled<V>(-1.0));
+  }
+};
+
+}  // namespace
+
 void CylinderResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
                           const NVector& x, double* rows, double* residuals) {
-  const double a[3] = {x[3], x[4], x[5]};
-  ForPointPairs(
-      points, first, count,
-      [&](std::int32_t k, const DoublePair(&p)[3]) {
-        const DoublePair d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
-        const DoublePair len =
-            Hypot3(d[1] * a[2] - d[2] * a[1], d[2] * a[0] - d[0] * a[2], d[0] * a[1] - d[1] * a[0]);
-        const DoublePair r = len - x[6];
-        residuals[k] = r[0];
-        residuals[k + 1] = r[1];
-        const DoublePair t = d[0] * a[0] + d[1] * a[1] + d[2] * a[2];
-        // A point on the axis has no direction to move: its row is zero, as in the scalar form.
-        const bool onAxis[2] = {len[0] == 0.0, len[1] == 0.0};
-        for (int j = 0; j < 3; ++j) {
-          const DoublePair q = (d[j] - t * a[j]) / len;
-          const DoublePair position = -q;
-          const DoublePair axis = -t * q;
-          StoreRowPair(rows, kCylinderParams, k, j,
-                       MakePair(onAxis[0] ? 0.0 : position[0], onAxis[1] ? 0.0 : position[1]));
-          StoreRowPair(rows, kCylinderParams, k, 3 + j,
-                       MakePair(onAxis[0] ? 0.0 : axis[0], onAxis[1] ? 0.0 : axis[1]));
-        }
-        StoreRowPair(rows, kCylinderParams, k, 6, Splat(-1.0));
-      },
-      [&](std::int32_t k) {
-        NVector view =
-            VectorView(rows + static_cast<std::ptrdiff_t>(k) * kCylinderParams, kCylinderParams);
-        CylinderResidualRow(points, first + k, x, view, residuals[k]);
-      });
+  ForPointLanes(points, first, count, CylinderRowsBody{x, rows, residuals}, [&](std::int32_t k) {
+    NVector view =
+        VectorView(rows + static_cast<std::ptrdiff_t>(k) * kCylinderParams, kCylinderParams);
+    CylinderResidualRow(points, first + k, x, view, residuals[k]);
+  });
 }
 
 double CylinderObjective(void* context, const NVector& x) {

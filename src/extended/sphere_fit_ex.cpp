@@ -38,31 +38,44 @@ void SphereResidualRow(const PointSet& points, std::int32_t i, const NVector& x,
   residual = len - x[3];
 }
 
+namespace {
+
+// The residuals, and the rows, of points k onwards, written once for any lanes.
+struct SphereResidualsBody {
+  const NVector& x;
+  double* out;
+  template <class V>
+  METROFIT_ALWAYS_INLINE void operator()(std::int32_t k, const V (&p)[3]) const {
+    StoreLanes(out + k, Hypot3(p[0] - x[0], p[1] - x[1], p[2] - x[2]) - x[3]);
+  }
+};
+
+struct SphereRowsBody {
+  const NVector& x;
+  double* rows;
+  double* residuals;
+  template <class V>
+  METROFIT_ALWAYS_INLINE void operator()(std::int32_t k, const V (&p)[3]) const {
+    const V d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
+    StoreCentreDistanceLanes(rows, residuals, k, d, 3, Hypot3(d[0], d[1], d[2]), x[3]);
+  }
+};
+
+}  // namespace
+
 void SphereResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
                      const NVector& x, double* out) {
-  ForPointPairs(
-      points, first, count,
-      [&](std::int32_t k, const DoublePair(&p)[3]) {
-        const DoublePair r = Hypot3(p[0] - x[0], p[1] - x[1], p[2] - x[2]) - x[3];
-        out[k] = r[0];
-        out[k + 1] = r[1];
-      },
-      [&](std::int32_t k) { out[k] = SphereResidual(points, first + k, x); });
+  ForPointLanes(points, first, count, SphereResidualsBody{x, out},
+                [&](std::int32_t k) { out[k] = SphereResidual(points, first + k, x); });
 }
 
 void SphereResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
                         const NVector& x, double* rows, double* residuals) {
   constexpr std::int32_t kParams = 4;
-  ForPointPairs(
-      points, first, count,
-      [&](std::int32_t k, const DoublePair(&p)[3]) {
-        const DoublePair d[3] = {p[0] - x[0], p[1] - x[1], p[2] - x[2]};
-        StoreCentreDistancePair(rows, residuals, k, d, 3, Hypot3(d[0], d[1], d[2]), x[3]);
-      },
-      [&](std::int32_t k) {
-        NVector view = VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);
-        SphereResidualRow(points, first + k, x, view, residuals[k]);
-      });
+  ForPointLanes(points, first, count, SphereRowsBody{x, rows, residuals}, [&](std::int32_t k) {
+    NVector view = VectorView(rows + static_cast<std::ptrdiff_t>(k) * kParams, kParams);
+    SphereResidualRow(points, first + k, x, view, residuals[k]);
+  });
 }
 
 double SphereObjective(void* context, const NVector& x) {

@@ -36,32 +36,57 @@ class KahanSum {
 
 double Hypot2(double a, double b);
 double Hypot3(double a, double b, double c);
-// Hypot3 of two triples side by side, each lane bit for bit the scalar Hypot3; inline, for
-// the residual loops of the fits.
-inline DoublePair Hypot3(DoublePair a, DoublePair b, DoublePair c) {
 #if defined(__GNUC__)
-  // The scalar steps with selects for its branches: the same swaps, the same quotients, the
-  // same sum in the same order, and 0 where the largest magnitude is 0.
-  typedef long long Mask __attribute__((vector_size(16)));
-  const Mask magnitudeBits = {0x7FFFFFFFFFFFFFFFLL, 0x7FFFFFFFFFFFFFFFLL};
-  const auto abs = [&magnitudeBits](DoublePair v) {
-    return reinterpret_cast<DoublePair>(reinterpret_cast<Mask>(v) & magnitudeBits);
-  };
-  DoublePair m = abs(a), s = abs(b), t = abs(c);
-  const Mask first = s > m;
-  const DoublePair m1 = first ? s : m;
-  const DoublePair s1 = first ? m : s;
-  const Mask second = t > m1;
-  const DoublePair m2 = second ? t : m1;
-  const DoublePair t2 = second ? m1 : t;
-  const DoublePair qs = s1 / m2;
-  const DoublePair qt = t2 / m2;
-  const DoublePair h = m2 * Sqrt(1.0 + qs * qs + qt * qt);
-  return m2 == 0.0 ? Splat(0.0) : h;
-#else
-  return MakePair(Hypot3(a[0], b[0], c[0]), Hypot3(a[1], b[1], c[1]));
+// Hypot3 of triples side by side (pairs, or quads inside AVX2 kernels), each lane bit for bit
+// the scalar Hypot3: the scalar steps with selects for its branches, the same swaps, the same
+// quotients, the same sum in the same order, and 0 where the largest magnitude is 0.
+template <class V>
+struct LaneMask;
+template <>
+struct LaneMask<DoublePair> {
+  typedef long long Type __attribute__((vector_size(16)));
+};
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+template <>
+struct LaneMask<DoubleQuad> {
+  typedef long long Type __attribute__((vector_size(32)));
+};
 #endif
+
+template <class V>
+METROFIT_ALWAYS_INLINE V Hypot3Lanes(V a, V b, V c) {
+  using Mask = typename LaneMask<V>::Type;
+  constexpr long long kMagnitude = 0x7FFFFFFFFFFFFFFFLL;  // every bit but the sign
+  Mask magnitudeBits;
+  for (int l = 0; l < static_cast<int>(sizeof(V) / sizeof(double)); ++l)
+    magnitudeBits[l] = kMagnitude;
+  const V m = reinterpret_cast<V>(reinterpret_cast<Mask>(a) & magnitudeBits);
+  const V s = reinterpret_cast<V>(reinterpret_cast<Mask>(b) & magnitudeBits);
+  const V t = reinterpret_cast<V>(reinterpret_cast<Mask>(c) & magnitudeBits);
+  const Mask first = s > m;
+  const V m1 = first ? s : m;
+  const V s1 = first ? m : s;
+  const Mask second = t > m1;
+  const V m2 = second ? t : m1;
+  const V t2 = second ? m1 : t;
+  const V qs = s1 / m2;
+  const V qt = t2 / m2;
+  const V h = m2 * Sqrt(1.0 + qs * qs + qt * qt);
+  return m2 == 0.0 ? Filled<V>(0.0) : h;
 }
+inline DoublePair Hypot3(DoublePair a, DoublePair b, DoublePair c) {
+  return Hypot3Lanes(a, b, c);
+}
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+METROFIT_ALWAYS_INLINE DoubleQuad Hypot3(DoubleQuad a, DoubleQuad b, DoubleQuad c) {
+  return Hypot3Lanes(a, b, c);
+}
+#endif
+#else
+inline DoublePair Hypot3(DoublePair a, DoublePair b, DoublePair c) {
+  return MakePair(Hypot3(a[0], b[0], c[0]), Hypot3(a[1], b[1], c[1]));
+}
+#endif
 
 // Compensated sum of x[0..n-1]; 0 for n < 1.
 double CompensatedSum(const double* x, std::int32_t n);

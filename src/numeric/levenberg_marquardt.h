@@ -23,10 +23,13 @@
 #ifndef METROFIT_NUMERIC_LEVENBERG_MARQUARDT_H
 #define METROFIT_NUMERIC_LEVENBERG_MARQUARDT_H
 
+#include <cstddef>
 #include <cstdint>
 
+#include "numeric/compensated.h"
 #include "numeric/lanes.h"
 #include "numeric/nvector.h"
+#include "numeric/vector_path.h"
 
 namespace metrofit::numeric {
 
@@ -49,47 +52,118 @@ constexpr std::int32_t kResidualBlock = 256;
 // Largest number of unknowns of a block row function (rows are kept on the stack).
 constexpr std::int32_t kMaxBlockUnknowns = 8;
 
-// The skeleton of a block function: pair(k, xyz) for the points first + k and first + k + 1,
-// their coordinates as pairs, and one(k) for a last point left alone.
-template <class Pair, class One>
-inline void ForPointPairs(const PointSet& points, std::int32_t first, std::int32_t count, Pair pair,
-                          One one) {
+// Points of a PointSet side by side: lane l of coordinate c is coordinate c of point at + l.
+// Each coordinate is built whole from its lanes (lanes written one by one into memory and read
+// back as a vector would wait on the stores).
+METROFIT_ALWAYS_INLINE void GatherPoints(const PointSet& points, std::int32_t at,
+                                         DoublePair (&xyz)[3]) {
+  const double* p = points.Point(at);
+  const double* q = points.Point(at + 1);
+  for (int c = 0; c < 3; ++c) xyz[c] = MakePair(p[c], q[c]);
+}
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+METROFIT_ALWAYS_INLINE void GatherPoints(const PointSet& points, std::int32_t at,
+                                         DoubleQuad (&xyz)[3]) {
+  const double* p[4] = {points.Point(at), points.Point(at + 1), points.Point(at + 2),
+                        points.Point(at + 3)};
+  for (int c = 0; c < 3; ++c) xyz[c] = DoubleQuad{p[0][c], p[1][c], p[2][c], p[3][c]};
+}
+#endif
+
+// Lanes of v into out[0 .. lanes - 1].
+template <class V>
+METROFIT_ALWAYS_INLINE void StoreLanes(double* out, const V& v) {
+  constexpr int kLanes = sizeof(V) / sizeof(double);
+  for (int l = 0; l < kLanes; ++l) out[l] = v[l];
+}
+
+// Element j of the rows (p wide) of the points k, k + 1, ... from the lanes of v.
+template <class V>
+METROFIT_ALWAYS_INLINE void StoreRowLanes(double* rows, std::int32_t p, std::int32_t k,
+                                          std::int32_t j, const V& v) {
+  constexpr int kLanes = sizeof(V) / sizeof(double);
+  for (int l = 0; l < kLanes; ++l) rows[static_cast<std::ptrdiff_t>(k + l) * p + j] = v[l];
+}
+
+// The lanes of v, 0.0 where the lane of test is 0 (either sign).
+template <class V>
+METROFIT_ALWAYS_INLINE V ZeroWhereZero(const V& test, const V& v) {
+#if defined(__GNUC__)
+  return test == 0.0 ? Filled<V>(0.0) : v;
+#else
+  V out = v;
+  for (int l = 0; l < static_cast<int>(sizeof(V) / sizeof(double)); ++l)
+    if (test[l] == 0.0) out[l] = 0.0;
+  return out;
+#endif
+}
+
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+// The groups of four points of a block, with the processor's AVX2; returns how many points
+// they took.
+template <class Body>
+__attribute__((target("avx2"))) std::int32_t ForPointQuadsAvx2(const PointSet& points,
+                                                               std::int32_t first,
+                                                               std::int32_t count,
+                                                               const Body& body) {
   std::int32_t k = 0;
+  for (; k + 3 < count; k += 4) {
+    DoubleQuad xyz[3];
+    GatherPoints(points, first + k, xyz);
+    body(k, xyz);
+  }
+  return k;
+}
+#endif
+
+// The skeleton of a block function whose model is written once for any lanes: body(k, xyz)
+// for the points first + k onwards, four at a time where the processor has AVX2 and two at a
+// time otherwise (and for what is left), and one(k) for a last point left alone. Body is a
+// class with an always-inlined `template <class V> void operator()(std::int32_t, const V
+// (&)[3]) const`; each lane does the scalar operations, so every path gives the same bits.
+template <class Body, class One>
+inline void ForPointLanes(const PointSet& points, std::int32_t first, std::int32_t count,
+                          const Body& body, One one) {
+  std::int32_t k = 0;
+#if defined(METROFIT_HAS_DOUBLE_QUAD)
+  if (ActiveVectorPath() == VectorPath::kAvx2) k = ForPointQuadsAvx2(points, first, count, body);
+#endif
   for (; k + 1 < count; k += 2) {
-    const double* p = points.Point(first + k);
-    const double* q = points.Point(first + k + 1);
-    const DoublePair xyz[3] = {MakePair(p[0], q[0]), MakePair(p[1], q[1]), MakePair(p[2], q[2])};
-    pair(k, xyz);
+    DoublePair xyz[3];
+    GatherPoints(points, first + k, xyz);
+    body(k, xyz);
   }
   if (k < count) one(k);
 }
 
-// The rows and residuals of a distance from a centre, len - radius, for points k and k + 1:
-// -d_j / len for the first `dims` unknowns (0 where len is 0: a point at the centre has no
-// direction), then -1 for the radius.
-inline void StoreCentreDistancePair(double* rows, double* residuals, std::int32_t k,
-                                    const DoublePair* d, std::int32_t dims, const DoublePair& len,
-                                    double radius);
-
-// Element j of the rows (p wide) of points k and k + 1 from a pair.
-inline void StoreRowPair(double* rows, std::int32_t p, std::int32_t k, std::int32_t j,
-                         const DoublePair& v) {
-  rows[static_cast<std::ptrdiff_t>(k) * p + j] = v[0];
-  rows[static_cast<std::ptrdiff_t>(k + 1) * p + j] = v[1];
-}
-
-inline void StoreCentreDistancePair(double* rows, double* residuals, std::int32_t k,
-                                    const DoublePair* d, std::int32_t dims, const DoublePair& len,
-                                    double radius) {
-  const std::int32_t p = dims + 1;
-  for (std::int32_t j = 0; j < dims; ++j) {
-    const DoublePair q = -d[j] / len;
-    StoreRowPair(rows, p, k, j, MakePair(len[0] == 0.0 ? 0.0 : q[0], len[1] == 0.0 ? 0.0 : q[1]));
+// Points side by side against an axis through x[0..2] along x[3..5] (a, not necessarily unit):
+// the offsets d = p - x[0..2], the projection t = d.a and |d x a|, formed as the one-point forms
+// of the cylinder and cone form them (the cross product by Hypot3).
+template <class V>
+struct AxisOffsetLanes {
+  V d[3];
+  V cross;  // |d x a|
+  V t;      // d.a
+  METROFIT_ALWAYS_INLINE AxisOffsetLanes(const V (&p)[3], const NVector& x)
+      : d{p[0] - x[0], p[1] - x[1], p[2] - x[2]} {
+    const double a[3] = {x[3], x[4], x[5]};
+    cross = Hypot3(d[1] * a[2] - d[2] * a[1], d[2] * a[0] - d[0] * a[2], d[0] * a[1] - d[1] * a[0]);
+    t = d[0] * a[0] + d[1] * a[1] + d[2] * a[2];
   }
-  StoreRowPair(rows, p, k, dims, Splat(-1.0));
-  const DoublePair r = len - radius;
-  residuals[k] = r[0];
-  residuals[k + 1] = r[1];
+};
+
+// The rows and residuals of a distance from a centre, len - radius, for the points k onwards
+// (one per lane): -d_j / len for the first `dims` unknowns (0 where len is 0: a point at the
+// centre has no direction), then -1 for the radius.
+template <class V>
+METROFIT_ALWAYS_INLINE void StoreCentreDistanceLanes(double* rows, double* residuals,
+                                                     std::int32_t k, const V* d, std::int32_t dims,
+                                                     const V& len, double radius) {
+  const std::int32_t p = dims + 1;
+  for (std::int32_t j = 0; j < dims; ++j)
+    StoreRowLanes(rows, p, k, j, ZeroWhereZero(len, -d[j] / len));
+  StoreRowLanes(rows, p, k, dims, Filled<V>(-1.0));
+  StoreLanes(residuals + k, len - radius);
 }
 
 // Damping at the start of a minimisation; shrunk by kDampingShrink before the first trial.

@@ -22,6 +22,7 @@
 #include "numeric/nvector.h"
 #include "support/geometry_compare.h"
 #include "support/known_solution.h"
+#include "support/vector_paths.h"
 
 namespace metrofit {
 namespace {
@@ -247,12 +248,13 @@ TEST(ConeResidualRow, MatchesCentralDifferencesOfTheObjectiveResidual) {
   std::printf("[worst] cone residual row vs central differences: %.3e\n", worst);
 }
 
-// The block forms that the minimiser uses are the one-point forms bit for bit, for odd and
-// even blocks and for points on the axis (any NaN counting as equal to any NaN).
-TEST(ConeResidualRow, BlockFormsAreTheOnePointFormsBitForBit) {
+void ExpectConeBlockFormsMatch() {
   std::vector<Pt> pts = ScatteredPoints();
   pts.push_back({0.3, -0.2, 4.0});  // on the axis of the first case
   pts.push_back({0.3, -0.2, 1.0});
+  // Also inside the first group of four lanes and in a pair's second lane.
+  pts.insert(pts.begin() + 1, Pt(0.3, -0.2, 2.5));
+  pts.insert(pts.begin() + 5, Pt(0.3, -0.2, -1.5));
   auto set = MakePoints(pts);
   const auto same = [](double a, double b) {
     return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
@@ -261,7 +263,7 @@ TEST(ConeResidualRow, BlockFormsAreTheOnePointFormsBitForBit) {
                           CanonicalParams({-1.0, 0.5, 2.0}, {1.0, -0.3, 0.4}, 0.2, 1.2)};
   for (const Params& x : cases) {
     auto xv = MakeX(x);
-    for (std::int32_t count : {1, 2, 5, static_cast<std::int32_t>(pts.size())}) {
+    for (std::int32_t count : {1, 2, 3, 4, 5, 6, 7, static_cast<std::int32_t>(pts.size())}) {
       std::vector<double> out(static_cast<std::size_t>(count)), res(out.size());
       std::vector<double> rows(out.size() * kConeParameters);
       ConeResiduals(*set, 0, count, *xv, out.data());
@@ -278,6 +280,13 @@ TEST(ConeResidualRow, BlockFormsAreTheOnePointFormsBitForBit) {
       }
     }
   }
+}
+
+// The block forms that the minimiser uses are the one-point forms bit for bit, on every
+// vector path, for every remainder of four and two lanes and for points on the axis (any NaN
+// counting as equal to any NaN).
+TEST(ConeResidualRow, BlockFormsAreTheOnePointFormsBitForBit) {
+  testing_paths::OnEveryVectorPath([] { ExpectConeBlockFormsMatch(); });
 }
 
 TEST(ConeResidualRow, PointOnTheAxisHasNoPositionOrAxisDerivatives) {

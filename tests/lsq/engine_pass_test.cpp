@@ -21,6 +21,7 @@
 #include "metrofit.h"
 #include "numeric/vector_path.h"
 #include "reference_pass.h"
+#include "support/vector_paths.h"
 
 namespace {
 
@@ -33,21 +34,7 @@ using metrofit::ShapeFor;
 
 using metrofit::numeric::VectorPath;
 
-// Runs `check` once on each vector path this processor can take, then returns the choice to
-// the processor. A processor without AVX2 checks the baseline path alone, and says so.
-template <class Check>
-void OnEveryVectorPath(Check check) {
-  for (VectorPath path : {VectorPath::kBaseline, VectorPath::kAvx2}) {
-    if (!metrofit::numeric::VectorPathAvailable(path)) {
-      std::printf("[   NOTE   ] this processor has no AVX2: its path is not checked here\n");
-      continue;
-    }
-    metrofit::numeric::ForceVectorPath(path);
-    SCOPED_TRACE(path == VectorPath::kAvx2 ? "AVX2 path" : "baseline path");
-    check();
-  }
-  metrofit::numeric::ResetVectorPath();
-}
+using testing_paths::OnEveryVectorPath;
 
 // Equal bit for bit (so 0 differs from -0), except that any NaN equals any NaN: which of two
 // NaN operands an operation passes on is the compiler's and the processor's choice, and no
