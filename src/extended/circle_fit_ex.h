@@ -77,7 +77,8 @@ namespace numeric {
 double CircleResidual(const PointSet& points, std::int32_t i, const NVector& x);
 void CircleResidualRow(const PointSet& points, std::int32_t i, const NVector& x, NVector& row,
                        double& residual);
-// Both for a block of points, bit for bit the one-point forms, two points side by side.
+// Both for a block of points, bit for bit the one-point forms, several points side by side
+// (ForPointLanes).
 void CircleResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
                      const NVector& x, double* out);
 void CircleResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,

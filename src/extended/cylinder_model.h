@@ -32,7 +32,8 @@ double CylinderResidual(const PointSet& points, std::int32_t i, const NVector& x
 // side.
 void CylinderResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
                        const NVector& x, double* out);
-// CylinderResidualRow of a block of points, bit for bit, two points side by side.
+// CylinderResidualRow of a block of points, bit for bit, several points side by side
+// (ForPointLanes).
 void CylinderResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
                           const NVector& x, double* rows, double* residuals);
 void CylinderResidualRow(const PointSet& points, std::int32_t i, const NVector& x, NVector& row,

@@ -36,7 +36,8 @@ namespace numeric {
 double SphereResidual(const PointSet& points, std::int32_t i, const NVector& x);
 void SphereResidualRow(const PointSet& points, std::int32_t i, const NVector& x, NVector& row,
                        double& residual);
-// Both for a block of points, bit for bit the one-point forms, two points side by side.
+// Both for a block of points, bit for bit the one-point forms, several points side by side
+// (ForPointLanes).
 void SphereResiduals(const PointSet& points, std::int32_t first, std::int32_t count,
                      const NVector& x, double* out);
 void SphereResidualRows(const PointSet& points, std::int32_t first, std::int32_t count,
