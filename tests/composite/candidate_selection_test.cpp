@@ -11,6 +11,7 @@
 #include "composite/candidate_axes.h"
 #include "composite/cylinder_cone_fit.h"
 #include "metrofit.h"
+#include "support/vector_paths.h"
 
 namespace metrofit {
 namespace {
@@ -160,24 +161,29 @@ TEST(CylinderConeFit, ConeWithoutRadialSpreadKeepsPreviousSlopeStart) {
 }
 
 // The cylinder's size start computes the largest radial distance alone; it must be the rhoMax
-// of the full extent bit for bit, also with a point on the axis and a NaN point in the list.
+// of the full extent bit for bit, on every vector path, also with a point on the axis, a NaN
+// point, a point so far out that its squared distance overflows, and a count that leaves
+// points over from the groups of four.
 TEST(CylinderConeFit, LargestRadialDistanceIsTheFullExtentsLargestBitForBit) {
-  std::mt19937_64 rng(20261125);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  for (int trial = 0; trial < 50; ++trial) {
-    const KPt3<double> c(500.0 + 100.0 * u(rng), -300.0 + 100.0 * u(rng), 200.0 * u(rng));
-    KPt3<double> a(u(rng), u(rng), u(rng));
-    if (trial % 2 == 0) a = a * (1.0 / a.Length());  // unit and non-unit axes
-    std::vector<KPt3<double>> pts;
-    for (int i = 0; i < 200; ++i)
-      pts.push_back(c + KPt3<double>(u(rng), u(rng), u(rng)) * (10.0 + 40.0 * (trial % 5)));
-    if (trial % 3 == 0) pts[7] = c + a * 2.5;  // on the axis: distance 0
-    if (trial % 7 == 0) pts[11].y = std::nan("");
-    const double full = ExtentAbout(pts, c, a).rhoMax;
-    const double alone = LargestRadialDistance(pts, c, a);
-    EXPECT_EQ(std::memcmp(&full, &alone, sizeof full), 0)
-        << trial << ": " << full << " vs " << alone;
-  }
+  testing_paths::OnEveryVectorPath([] {
+    std::mt19937_64 rng(20261125);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    for (int trial = 0; trial < 50; ++trial) {
+      const KPt3<double> c(500.0 + 100.0 * u(rng), -300.0 + 100.0 * u(rng), 200.0 * u(rng));
+      KPt3<double> a(u(rng), u(rng), u(rng));
+      if (trial % 2 == 0) a = a * (1.0 / a.Length());  // unit and non-unit axes
+      std::vector<KPt3<double>> pts;
+      for (int i = 0; i < 200 + trial % 4; ++i)
+        pts.push_back(c + KPt3<double>(u(rng), u(rng), u(rng)) * (10.0 + 40.0 * (trial % 5)));
+      if (trial % 3 == 0) pts[7] = c + a * 2.5;  // on the axis: distance 0
+      if (trial % 7 == 0) pts[11].y = std::nan("");
+      if (trial % 11 == 5) pts[21] = c + KPt3<double>(a.y, -a.x, 0.0) * 1e160;
+      const double full = ExtentAbout(pts, c, a).rhoMax;
+      const double alone = LargestRadialDistance(pts, c, a);
+      EXPECT_EQ(std::memcmp(&full, &alone, sizeof full), 0)
+          << trial << ": " << full << " vs " << alone;
+    }
+  });
 }
 
 TEST(CylinderConeFit, CylinderRadiusStartIsLargestRadialDistanceUnlessFixed) {
