@@ -100,13 +100,15 @@ constexpr double kPlainSquareMax = 1.7976931348623157e308;
 // KPt3's LineParameter leaves the parameter at 0 for an axis this short (squared).
 constexpr double kLineParameterTiny = 2.220446049250313e-16;
 
-// The same four points at a time with the processor's AVX2. Each lane forms the distance as
-// RadialDistance does; where its square lies in the plain range of KPt3::Length the distance
-// is that square root, elsewhere the lane's point takes the one-point form. The largest of a
-// set does not depend on the order in which it is taken (distances are never -0, and NaN
-// distances are never taken), so the four lanes keep their own maxima until the end.
-__attribute__((target("avx2"))) double LargestRadialDistanceAvx2(
-    const std::vector<KPt3<double>>& pts, const KPt3<double>& c, const KPt3<double>& a) {
+// The same four points at a time. Each lane forms the distance as RadialDistance does; where
+// its square lies in the plain range of KPt3::Length the distance is that square root,
+// elsewhere the lane's point takes the one-point form. The largest of a set does not depend on
+// the order in which it is taken (distances are never -0, and NaN distances are never taken),
+// so the four lanes keep their own maxima until the end. Inlined into the AVX2 kernel below,
+// which passes no four-lane value across a call itself.
+METROFIT_ALWAYS_INLINE double LargestRadialDistanceQuads(const std::vector<KPt3<double>>& pts,
+                                                         const KPt3<double>& c,
+                                                         const KPt3<double>& a) {
   const KPt3<double> b = c + a;
   const KPt3<double> ab = b - c;  // as LineParameter forms it
   const double len2 = ab.Dot(ab);
@@ -141,6 +143,11 @@ __attribute__((target("avx2"))) double LargestRadialDistanceAvx2(
   for (int l = 0; l < 4; ++l)
     if (lanes[l] > largest) largest = lanes[l];
   return largest;
+}
+
+__attribute__((target("avx2"))) double LargestRadialDistanceAvx2(
+    const std::vector<KPt3<double>>& pts, const KPt3<double>& c, const KPt3<double>& a) {
+  return LargestRadialDistanceQuads(pts, c, a);
 }
 #endif
 
