@@ -9,7 +9,10 @@
 // Four lanes (DoubleQuad) are computed only inside kernels built for AVX2. Every function here
 // that takes or returns lanes by value is therefore always inlined, also in unoptimised
 // builds: called out of line from such a kernel, a four-lane value would cross between code
-// built with and without AVX, whose calling conventions for it differ.
+// built with and without AVX, whose calling conventions for it differ. For the same reason a
+// kernel built for AVX2 passes no four-lane value to a function built without it even where
+// that function is inlined (Clang refuses the call): the kernel calls an always-inlined
+// function without a target (no four-lane arguments), and that function does the work.
 #ifndef METROFIT_NUMERIC_LANES_H
 #define METROFIT_NUMERIC_LANES_H
 
